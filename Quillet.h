@@ -1,0 +1,6 @@
+// Quillet: e-mail messages, SMTP delivery and mail program hand-off for Qt 5.
+// Including this header gives every public class of the library.
+#ifndef QUILLET_H
+#define QUILLET_H
+
+#endif
