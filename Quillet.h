@@ -3,4 +3,12 @@
 #ifndef QUILLET_H
 #define QUILLET_H
 
+// Support layer
+
+// Message model
+
+// SMTP delivery
+
+// Mail program hand-off
+
 #endif
