@@ -4,10 +4,13 @@
 #define QUILLET_H
 
 // Support layer
+#include "support/XmlOutputStream.h"
+#include "support/HttpAccess.h"
 
 // Message model
 
 // SMTP delivery
+#include "smtp/SmtpAccess.h"
 
 // Mail program hand-off
 
