@@ -13,5 +13,7 @@
 #include "smtp/SmtpAccess.h"
 
 // Mail program hand-off
+#include "mailto/AppCall.h"
+#include "mailto/MailTo.h"
 
 #endif
