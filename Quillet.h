@@ -8,6 +8,11 @@
 #include "support/HttpAccess.h"
 
 // Message model
+#include "mail/QuotedPrintable.h"
+#include "mail/MailAddress.h"
+#include "mail/MailAddressList.h"
+#include "mail/MimePart.h"
+#include "mail/EMail.h"
 
 // SMTP delivery
 #include "smtp/SmtpAccess.h"
