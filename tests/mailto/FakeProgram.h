@@ -43,9 +43,12 @@ inline QStringList readRecord(const QString &record)
     QFile file(record);
     if (!file.open(QIODevice::ReadOnly))
         return {};
-    QStringList fields = QString::fromUtf8(file.readAll()).split(QLatin1Char('\0'));
-    if (!fields.isEmpty() && fields.last().isEmpty())
-        fields.removeLast();
+    QList<QByteArray> raw = file.readAll().split('\0');
+    if (!raw.isEmpty() && raw.last().isEmpty())
+        raw.removeLast();
+    QStringList fields;
+    for (const QByteArray &field : raw)
+        fields << QString::fromUtf8(field);
     return fields;
 }
 
