@@ -6,6 +6,10 @@
 // Support layer
 #include "support/XmlOutputStream.h"
 #include "support/HttpAccess.h"
+#include "support/IInterface.h"
+#include "support/IRunnable.h"
+#include "support/Mutex.h"
+#include "support/Log.h"
 
 // Message model
 #include "mail/QuotedPrintable.h"
@@ -16,6 +20,7 @@
 
 // SMTP delivery
 #include "smtp/SmtpAccess.h"
+#include "smtp/SmtpClient.h"
 
 // Mail program hand-off
 #include "mailto/AppCall.h"
