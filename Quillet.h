@@ -17,6 +17,8 @@
 #include "mail/MailAddressList.h"
 #include "mail/MimePart.h"
 #include "mail/EMail.h"
+#include "mail/EMailUserProfile.h"
+#include "mail/EMailProfileStore.h"
 
 // SMTP delivery
 #include "smtp/SmtpAccess.h"

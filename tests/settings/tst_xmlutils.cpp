@@ -10,135 +10,93 @@
 using oru::Preferences;
 using oru::XmlUtils;
 
-// Boolean, number and text reading from XML elements and settings stores,
-// and the element writer they pair with.
+// The readers behind the settings persistence, each asked the same question
+// through an XML element and through an INI settings file.
 class tst_XmlUtils : public QObject
 {
     Q_OBJECT
 
 private slots:
-    void boolValue_data();
-    void boolValue();
-    void missingValueGivesDefault();
-    void typedSettingsValues();
-    void intValue_data();
-    void intValue();
-    void stringValueJoinsSplitList();
+    void values_data();
+    void values();
+    void typedAndMissingSettings();
     void elementWriterForms();
 };
 
-void tst_XmlUtils::boolValue_data()
+void tst_XmlUtils::values_data()
 {
     QTest::addColumn<QString>("text");
     QTest::addColumn<bool>("defaultValue");
-    QTest::addColumn<bool>("expected");
-    const char* const trueWords[] = {"true", "TRUE", "True", "1", "yes", "YES", "on", "On", " yes "};
-    const char* const falseWords[] = {"false", "FALSE", "0", "no", "No", "off", "OFF", "\tno\n"};
+    QTest::addColumn<bool>("expectedBool");
+    QTest::addColumn<int>("expectedInt");  // with default 99
+    const char* const trueWords[] = {"true", "TRUE", "True", "yes", "YES", "on", "On", " yes "};
+    const char* const falseWords[] = {"false", "FALSE", "no", "No", "off", "OFF", "\tno\n"};
     for (const char* word : trueWords)
-        QTest::addRow("'%s' over default false", word) << QString::fromLatin1(word) << false << true;
+        QTest::addRow("'%s' over default false", word) << word << false << true << 99;
     for (const char* word : falseWords)
-        QTest::addRow("'%s' over default true", word) << QString::fromLatin1(word) << true << false;
-    const char* const otherWords[] = {"", "maybe", "2", "-1", "y", "n", "truee", "o n"};
+        QTest::addRow("'%s' over default true", word) << word << true << false << 99;
+    QTest::newRow("1") << "1" << false << true << 1;
+    QTest::newRow("0") << " 0 " << true << false << 0;
+    const char* const otherWords[] = {"", "maybe", "y", "truee", "o n"};
     for (const char* word : otherWords) {
-        QTest::addRow("'%s' gives default true", word) << QString::fromLatin1(word) << true << true;
-        QTest::addRow("'%s' gives default false", word) << QString::fromLatin1(word) << false << false;
+        QTest::addRow("'%s' gives default true", word) << word << true << true << 99;
+        QTest::addRow("'%s' gives default false", word) << word << false << false << 99;
     }
+    QTest::newRow("number 2 is no bool") << "2" << true << true << 2;
+    QTest::newRow("negative") << "-1" << false << false << -1;
+    QTest::newRow("beyond int") << "99999999999" << false << false << 99;
 }
 
-void tst_XmlUtils::boolValue()
+void tst_XmlUtils::values()
 {
     QFETCH(QString, text);
     QFETCH(bool, defaultValue);
-    QFETCH(bool, expected);
+    QFETCH(bool, expectedBool);
+    QFETCH(int, expectedInt);
 
     QDomDocument doc;
     QDomElement root = doc.createElement("Root");
-    QDomElement child = doc.createElement("Flag");
-    child.appendChild(doc.createTextNode(text));
-    root.appendChild(child);
-    QCOMPARE(XmlUtils::boolValue(root, "Flag", defaultValue), expected);
+    root.appendChild(doc.createElement("Value")).appendChild(doc.createTextNode(text));
+    QCOMPARE(XmlUtils::boolValue(root, "Value", defaultValue), expectedBool);
+    QCOMPARE(XmlUtils::intValue(root, "Value", 99), expectedInt);
+    QCOMPARE(XmlUtils::stringValue(root, "Value"), text);
 
     QTemporaryDir dir;
-    QVERIFY(dir.isValid());
     const QString path = dir.filePath("prefs.ini");
-    QSettings(path, QSettings::IniFormat).setValue("group/flag", text);
+    QSettings(path, QSettings::IniFormat).setValue("group/value", text);
     const QSettings settings(path, QSettings::IniFormat);
-    QCOMPARE(Preferences::boolValue(settings, "group/flag", defaultValue), expected);
+    QCOMPARE(Preferences::boolValue(settings, "group/value", defaultValue), expectedBool);
+    QCOMPARE(Preferences::intValue(settings, "group/value", 99), expectedInt);
+    QCOMPARE(Preferences::stringValue(settings, "group/value"), text);
 }
 
-void tst_XmlUtils::missingValueGivesDefault()
-{
-    QDomDocument doc;
-    QVERIFY(doc.setContent(QStringLiteral("<Root><flag>true</flag><Other><Flag>true</Flag></Other></Root>")));
-    const QDomElement root = doc.documentElement();
-    // Names are case-sensitive and only direct children count.
-    QCOMPARE(XmlUtils::boolValue(root, "Flag", false), false);
-    QCOMPARE(XmlUtils::boolValue(QDomElement(), "Flag", true), true);
-    QCOMPARE(XmlUtils::stringValue(root, "Flag", "none"), QStringLiteral("none"));
-
-    QTemporaryDir dir;
-    const QSettings settings(dir.filePath("empty.ini"), QSettings::IniFormat);
-    QCOMPARE(Preferences::boolValue(settings, "flag", true), true);
-    QCOMPARE(Preferences::intValue(settings, "port", 42), 42);
-    QCOMPARE(Preferences::stringValue(settings, "host", "h"), QStringLiteral("h"));
-}
-
-void tst_XmlUtils::typedSettingsValues()
-{
-    // A store that keeps types (here: not yet written to disk) hands back bools
-    // and numbers as they are.
-    QTemporaryDir dir;
-    QSettings settings(dir.filePath("typed.ini"), QSettings::IniFormat);
-    settings.setValue("on", true);
-    settings.setValue("off", false);
-    settings.setValue("one", 1);
-    settings.setValue("list", QStringList{"a", "b"});
-    QCOMPARE(Preferences::boolValue(settings, "on", false), true);
-    QCOMPARE(Preferences::boolValue(settings, "off", true), false);
-    QCOMPARE(Preferences::boolValue(settings, "one", false), true);
-    QCOMPARE(Preferences::boolValue(settings, "list", true), true);
-    QCOMPARE(Preferences::intValue(settings, "on", 7), 7);
-    QCOMPARE(Preferences::intValue(settings, "one", 7), 1);
-}
-
-void tst_XmlUtils::intValue_data()
-{
-    QTest::addColumn<QString>("text");
-    QTest::addColumn<int>("expected");
-    QTest::newRow("plain") << "587" << 587;
-    QTest::newRow("padded") << " 25 " << 25;
-    QTest::newRow("negative") << "-1" << -1;
-    QTest::newRow("word") << "smtp" << 99;
-    QTest::newRow("empty") << "" << 99;
-    QTest::newRow("too large") << "99999999999" << 99;
-}
-
-void tst_XmlUtils::intValue()
-{
-    QFETCH(QString, text);
-    QFETCH(int, expected);
-    QDomDocument doc;
-    QVERIFY(doc.setContent("<Root><Port>" + text + "</Port></Root>"));
-    QCOMPARE(XmlUtils::intValue(doc.documentElement(), "Port", 99), expected);
-
-    QTemporaryDir dir;
-    const QString path = dir.filePath("prefs.ini");
-    QSettings(path, QSettings::IniFormat).setValue("port", text);
-    QCOMPARE(Preferences::intValue(QSettings(path, QSettings::IniFormat), "port", 99), expected);
-}
-
-void tst_XmlUtils::stringValueJoinsSplitList()
+void tst_XmlUtils::typedAndMissingSettings()
 {
     QTemporaryDir dir;
-    const QString path = dir.filePath("hand.ini");
+    const QString path = dir.filePath("typed.ini");
     {
         QFile file(path);
         QVERIFY(file.open(QIODevice::WriteOnly));
-        file.write("[General]\npassword=a,b\nhost=\"x,y\"\n");
+        file.write("[General]\nlist=a,b\n");
     }
-    const QSettings settings(path, QSettings::IniFormat);
-    QCOMPARE(Preferences::stringValue(settings, "password"), QStringLiteral("a,b"));
-    QCOMPARE(Preferences::stringValue(settings, "host"), QStringLiteral("x,y"));
+    QSettings settings(path, QSettings::IniFormat);
+    // Values not yet written out keep their types.
+    settings.setValue("on", true);
+    settings.setValue("one", 1);
+    QCOMPARE(Preferences::boolValue(settings, "on", false), true);
+    QCOMPARE(Preferences::boolValue(settings, "one", false), true);
+    QCOMPARE(Preferences::intValue(settings, "on", 7), 7);
+    // A hand-written value with a comma reads back as a list.
+    QCOMPARE(Preferences::boolValue(settings, "list", true), true);
+    QCOMPARE(Preferences::stringValue(settings, "list"), QStringLiteral("a,b"));
+    QCOMPARE(Preferences::boolValue(settings, "missing", true), true);
+    QCOMPARE(Preferences::stringValue(settings, "missing", "d"), QStringLiteral("d"));
+
+    QDomDocument doc;
+    QVERIFY(doc.setContent(QStringLiteral("<Root><flag>true</flag><Sub><Flag>true</Flag></Sub></Root>")));
+    // Names are case-sensitive and only direct children count.
+    QCOMPARE(XmlUtils::boolValue(doc.documentElement(), "Flag", false), false);
+    QCOMPARE(XmlUtils::stringValue(doc.documentElement(), "Flag", "d"), QStringLiteral("d"));
 }
 
 void tst_XmlUtils::elementWriterForms()
@@ -146,7 +104,6 @@ void tst_XmlUtils::elementWriterForms()
     QString text;
     QXmlStreamWriter writer(&text);
     oru::XmlOutputStream stream(writer);
-    QCOMPARE(&stream.writer(), &writer);
     stream.element("A", QStringLiteral("x<y"));
     stream.element("B", "literal");
     stream.element("C", -12);
