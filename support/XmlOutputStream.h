@@ -4,8 +4,7 @@
 #include "quillet_export.h"
 
 #include <QString>
-
-class QXmlStreamWriter;
+#include <QXmlStreamWriter>
 
 namespace oru {
 
