@@ -188,8 +188,9 @@ bool PeerSession::runStep(const PeerStep& step, int number)
         closeConnection();
         return true;
     case PeerStep::StartTls: {
-        takeAvailable();
-        // Plain bytes sent after the command are not part of the TLS stream.
+        // Plain bytes already read after the command are not part of the TLS
+        // stream. Nothing more is read here: what comes now may already be
+        // the client's first handshake record.
         m_buffer.clear();
         m_pos = 0;
         const QString problem = handshake(deadline);

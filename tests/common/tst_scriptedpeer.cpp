@@ -253,6 +253,14 @@ void tst_ScriptedPeer::dialogue_data()
         << QStringList{"wait 400", "S: 220 late"} << 5000
         << QList<QByteArray>{"quiet 200", "<220 late\r\n", "closed"}
         << QStringList() << QStringList() << QList<QByteArray>();
+    QTest::newRow("a reply goes out before a wait")
+        << QStringList{"S: 220 now", "wait 1000", "S: 250 later"} << 5000
+        << QList<QByteArray>{"<220 now\r\n", "quiet 300", "<250 later\r\n", "closed"}
+        << QStringList() << QStringList() << QList<QByteArray>();
+    QTest::newRow("client that reads nothing fails a big send")
+        << QStringList{"big-line 50000000", "S: 250 never"} << 500 << QList<QByteArray>{"sleep 1000", "close"}
+        << QStringList{"step 1", "could not send 50000000 bytes within 500 ms"} << QStringList()
+        << QList<QByteArray>();
     QTest::newRow("client that stays times out expect-close")
         << QStringList{"expect-close"} << 300 << QList<QByteArray>{"closed"}
         << QStringList{"step 1", "did not close within 300 ms"} << QStringList() << QList<QByteArray>();
@@ -380,6 +388,10 @@ void tst_ScriptedPeer::tls_data()
                              "<220 Ready to start TLS\r\n", "tls", ">EHLO localhost\r\n",
                              "<250-localhost\r\n250-AUTH LOGIN\r\n250 OK\r\n", ">QUIT\r\n", "close"}
         << QByteArray("EHLO localhost\r\nQUIT\r\n");
+    QTest::newRow("plain bytes sent with STARTTLS are dropped")
+        << false << QStringList{"C: STARTTLS", "S: 220 go", "starttls", "C: EHLO localhost", "expect-close"}
+        << QList<QByteArray>{">STARTTLS\r\nNOOP\r\n", "<220 go\r\n", "tls", ">EHLO localhost\r\n", "close"}
+        << QByteArray("EHLO localhost\r\n");
     QTest::newRow("TLS from the first byte")
         << true << QStringList{"S: 220 secure", "C: EHLO localhost", "S: 250 ok", "expect-close"}
         << QList<QByteArray>{"<220 secure\r\n", ">EHLO localhost\r\n", "<250 ok\r\n", "close"}
