@@ -78,10 +78,15 @@ bool SmtpClient::Session::authLogin(SmtpJob* job)
 {
     SmtpClient* client = job->client;
     const SmtpAccess& access = job->access;
-    return client->conversation(job, QStringLiteral("AUTH LOGIN"), 334)
-        && client->conversation(job, QString::fromLatin1(access.user.toLocal8Bit().toBase64()), 334)
-        && client->conversation(job, QString::fromLatin1(access.password.toLocal8Bit().toBase64()),
-                                235);
+    if (!client->conversation(job, QStringLiteral("AUTH LOGIN"), 334)
+        || !client->conversation(job, QString::fromLatin1(access.user.toLocal8Bit().toBase64()), 334))
+        return false;
+    const QString password = QString::fromLatin1(access.password.toLocal8Bit().toBase64());
+    // An empty command would only read: an empty password still goes out,
+    // as an empty line.
+    if (password.isEmpty())
+        client->writeLine(job, password);
+    return client->conversation(job, password, 235);
 }
 
 bool SmtpClient::Session::authPlain(SmtpJob* job)

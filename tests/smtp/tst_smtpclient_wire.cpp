@@ -1,0 +1,340 @@
+// The bytes of a message between DATA and the end-of-data line: whole
+// texts of typical messages, single headers and bodies, large attachments.
+
+#include "ScriptedSmtpPeer.h"
+#include "SmtpTestSupport.h"
+
+#include "smtp/SmtpClient.h"
+
+#include <QDateTime>
+#include <QFile>
+#include <QRegularExpression>
+#include <QtTest>
+
+using oru::EMail;
+using oru::MailAddress;
+using oru::SmtpClient;
+
+Q_DECLARE_METATYPE(oru::EMail)
+
+namespace {
+
+const QString kFrom = QStringLiteral("s@example.org");
+
+QByteArray readData(const QString& name)
+{
+    QFile file(QString::fromLocal8Bit(qgetenv("QUILLET_TEST_DATA")) + QLatin1Char('/') + name);
+    if (!file.open(QIODevice::ReadOnly))
+        return QByteArray("cannot read ") + name.toLocal8Bit();
+    return file.readAll();
+}
+
+// Sends one message to a scripted server and returns what came between
+// DATA and the end-of-data line.
+QByteArray transmit(const EMail& mail)
+{
+    ScriptedSmtpPeer peer;
+    QStringList recipients;
+    for (const MailAddress& a : mail.to + mail.cc + mail.bcc) {
+        if (!a.isEmpty())
+            recipients << a.address;
+    }
+    peer.setScript(ScriptedSmtpPeer::greetingAndEhlo()
+                   + ScriptedSmtpPeer::envelope(mail.from.address, recipients)
+                   + ScriptedSmtpPeer::dataAndQuit());
+    if (!peer.start())
+        return "peer did not start: " + peer.failure().toLocal8Bit();
+    SmtpClient client(peerAccess(peer.port()));
+    const int id = client.send(mail);
+    const int code = client.waitForSent(id, 20000);
+    peer.waitForFinished(10000);
+    if (code != 250 || !peer.scriptCompleted())
+        return "transmission failed: " + QByteArray::number(code) + ' ' + peerDiagnosis(peer);
+    return peer.data(0);
+}
+
+// Replaces the Date value and each boundary (in order of appearance) by
+// placeholders; the date must be Qt's text form of about now.
+QByteArray normalised(QByteArray wire)
+{
+    static const QRegularExpression date(QStringLiteral("\r\nDate: ([^\r\n]*)\r\n"));
+    const QRegularExpressionMatch m = date.match(QString::fromLatin1(wire));
+    if (m.hasMatch()) {
+        const QDateTime when = QDateTime::fromString(m.captured(1), Qt::TextDate);
+        const qint64 age = when.secsTo(QDateTime::currentDateTime());
+        const QByteArray placeholder =
+            when.isValid() && age >= 0 && age < 120 ? "<DATE>" : "<BAD DATE>";
+        wire.replace(m.captured(1).toLatin1(), placeholder);
+    }
+    static const QRegularExpression boundary(QStringLiteral("boundary=\"([^\"]*)\""));
+    auto it = boundary.globalMatch(QString::fromLatin1(wire));
+    for (int n = 1; it.hasNext(); ++n) {
+        const QString b = it.next().captured(1);
+        const bool wellFormed = QRegularExpression(QStringLiteral("^[0-9a-f]{3,24}$")).match(b).hasMatch();
+        wire.replace(b.toLatin1(), wellFormed ? "<BOUNDARY-" + QByteArray::number(n) + '>'
+                                              : QByteArray("<BAD BOUNDARY>"));
+    }
+    return wire;
+}
+
+// The top-level header lines, up to the first empty line.
+QMap<QString, QString> topHeaders(const QByteArray& wire)
+{
+    QMap<QString, QString> headers;
+    for (const QByteArray& line : wire.left(wire.indexOf("\r\n\r\n")).split('\n')) {
+        const int colon = line.indexOf(": ");
+        if (colon > 0)
+            headers.insert(QString::fromLatin1(line.left(colon)),
+                           QString::fromLatin1(line.mid(colon + 2)).remove(QLatin1Char('\r')));
+    }
+    return headers;
+}
+
+EMail plainOnly()
+{
+    EMail mail;
+    mail.from = MailAddress(QString::fromUtf8("Jörg Müller"), QStringLiteral("joerg@example.org"));
+    mail.replyTo = MailAddress(QStringLiteral("replies@example.org"));
+    mail.to << QStringLiteral("Anna <anna@example.org>, bob@example.org");
+    mail.cc << QStringLiteral("carol@example.org");
+    mail.bcc << QStringLiteral("dave@example.org");
+    mail.subject = QStringLiteral("Quarterly report\n");
+    mail.contactCity() = QStringLiteral("Berlin");
+    mail.plainTextContent().setPlainText(
+        QStringLiteral("Hello Anna,\nthe total is 5 = 2 + 3.\n") + QString(80, QLatin1Char('x'))
+            + QLatin1Char('\n'),
+        "utf-8");
+    return mail;
+}
+
+EMail htmlWithoutAttachment()
+{
+    EMail mail;
+    mail.from = MailAddress(QStringLiteral("sender@example.org"));
+    mail.to << QStringLiteral("rcpt@example.org");
+    mail.subject = QString::fromUtf8("Ünïcode? yes");
+    mail.setPlainText(QStringLiteral("plain body"), "utf-8");
+    mail.setHtmlText(QStringLiteral("<p>html body</p>"), "utf-8");
+    return mail;
+}
+
+EMail withAttachments()
+{
+    EMail mail;
+    mail.from = MailAddress(QStringLiteral("Sender"), QStringLiteral("s@example.org"));
+    mail.to << QStringLiteral("r@example.org");
+    mail.subject = QStringLiteral("Files");
+    mail.setPlainText(QStringLiteral("See the files"), "utf-8");
+    oru::MimePart& file = mail.attach(QStringLiteral("application/octet-stream"));
+    file.content = QByteArray("\x00\x01\x02" "binary\xff", 10);
+    file.setContentDisposition(QStringLiteral("attachment"), QStringLiteral("data.bin"));
+    oru::MimePart& image = mail.attach(QStringLiteral("image/png"));
+    image.content = QByteArray("PNGDATA");
+    image.setContentDisposition(QStringLiteral("inline"), QStringLiteral("pic.png"));
+    return mail;
+}
+
+EMail withContentType(const QString& type, const QByteArray& content)
+{
+    EMail mail = oru::EMail();
+    mail.from = MailAddress(kFrom);
+    mail.to << QStringLiteral("r@example.org");
+    mail.plainTextContent().content = content;
+    mail.plainTextContent()[QStringLiteral("Content-Type")] = type;
+    return mail;
+}
+
+} // namespace
+
+class tst_SmtpClientWire : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void wholeMessage_data();
+    void wholeMessage();
+
+    void header_data();
+    void header();
+
+    void textBody_data();
+    void textBody();
+
+    void largeAttachment_data();
+    void largeAttachment();
+
+    void hostsMessageUntouched();
+    void randomBoundaryForm();
+};
+
+void tst_SmtpClientWire::wholeMessage_data()
+{
+    QTest::addColumn<EMail>("mail");
+    QTest::addColumn<QString>("golden");
+
+    QTest::newRow("plain text only") << plainOnly() << "smtp_wire_plain_only.eml";
+    QTest::newRow("html without attachment")
+        << htmlWithoutAttachment() << "smtp_wire_html_without_attachment.eml";
+    QTest::newRow("attachments") << withAttachments() << "smtp_wire_attachments.eml";
+}
+
+void tst_SmtpClientWire::wholeMessage()
+{
+    QFETCH(EMail, mail);
+    QFETCH(QString, golden);
+
+    const QByteArray wire = normalised(transmit(mail));
+    QCOMPARE(QString::fromLatin1(wire), QString::fromLatin1(readData(golden)));
+}
+
+void tst_SmtpClientWire::header_data()
+{
+    QTest::addColumn<EMail>("mail");
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<QString>("value");  // null: no such header line
+
+    EMail m = textMessage(kFrom, {"r@example.org"}, QStringLiteral("a\nb\nc"));
+    QTest::newRow("line feeds removed from subject") << m << "Subject" << "abc";
+    m.subject = QStringLiteral("a\r\nb");
+    QTest::newRow("carriage return kept and encoded") << m << "Subject" << "=?utf-8?Q?a=0Db?=";
+    m.subject = QStringLiteral("v1.2");
+    QTest::newRow("dot in subject encoded") << m << "Subject" << "=?utf-8?Q?v1=2E2?=";
+
+    EMail noTo = textMessage(kFrom, {});
+    noTo.bcc << QStringLiteral("hidden@example.org");
+    QTest::newRow("empty To list gives no To line") << noTo << "To" << QString();
+    QTest::newRow("bcc never a header") << noTo << "Bcc" << QString();
+    QTest::newRow("no Cc line without copies") << noTo << "Cc" << QString();
+
+    EMail two = textMessage(kFrom, {"x@example.org"});
+    two.cc << QStringLiteral("\"Doe\" <d@example.org>; e@example.org");
+    QTest::newRow("cc joined by a bare comma") << two << "Cc" << "\"Doe\" <d@example.org>,e@example.org";
+    two.sender = MailAddress(QStringLiteral("Agent"), QStringLiteral("agent@example.org"));
+    QTest::newRow("sender when set") << two << "Sender" << "\"Agent\" <agent@example.org>";
+    QTest::newRow("no Reply-To when empty") << two << "Reply-To" << QString();
+    two.contactName();
+    QTest::newRow("empty contact header left out") << two << "Contact-Name" << QString();
+    two.contactPhone() = QStringLiteral("+49 30 1234");
+    QTest::newRow("contact header written as it is") << two << "Contact-Phone" << "+49 30 1234";
+    two.headers.insert(QStringLiteral("Subject"), QStringLiteral("overwritten"));
+    two.subject = QStringLiteral("from the field");
+    QTest::newRow("field overwrites header") << two << "Subject" << "from the field";
+
+    QTest::newRow("upper-case TEXT/HTML is text")
+        << withContentType(QStringLiteral("TEXT/HTML"), "<b>hi</b>") << "Content-Transfer-Encoding"
+        << "7bit";
+    QTest::newRow("text needing escapes is quoted-printable")
+        << withContentType(QStringLiteral("text/plain"), "a=b") << "Content-Transfer-Encoding"
+        << "quoted-printable";
+    QTest::newRow("quoted-printable length")
+        << withContentType(QStringLiteral("text/plain"), "a=b") << "Content-Length" << "5";
+    QTest::newRow("application/xml is base64")
+        << withContentType(QStringLiteral("application/xml"), "<x/>") << "Content-Transfer-Encoding"
+        << "base64";
+    QTest::newRow("base64 length")
+        << withContentType(QStringLiteral("application/xml"), "<x/>") << "Content-Length" << "8";
+    QTest::newRow("version") << textMessage(kFrom, {"r@example.org"}) << "MIME-Version" << "1.0";
+}
+
+void tst_SmtpClientWire::header()
+{
+    QFETCH(EMail, mail);
+    QFETCH(QString, name);
+    QFETCH(QString, value);
+
+    const QByteArray wire = transmit(mail);
+    const QMap<QString, QString> headers = topHeaders(wire);
+    QVERIFY2(headers.contains(QStringLiteral("From")), wire.constData());
+    QCOMPARE(headers.value(name), value);
+    QCOMPARE(headers.contains(name), !value.isNull());
+    // Header lines come in the order of their names.
+    const QStringList names = headers.keys();
+    QStringList inWireOrder;
+    for (const QByteArray& line : wire.left(wire.indexOf("\r\n\r\n")).split('\n'))
+        inWireOrder << QString::fromLatin1(line.left(line.indexOf(':')));
+    QCOMPARE(inWireOrder, names);
+}
+
+void tst_SmtpClientWire::textBody_data()
+{
+    QTest::addColumn<QByteArray>("content");
+    QTest::addColumn<QByteArray>("body");  // the encoded body and the CRLF after it
+
+    QTest::newRow("printable line unchanged") << QByteArray("just text") << QByteArray("just text\r\n");
+    QTest::newRow("line feed becomes CRLF") << QByteArray("a\nb") << QByteArray("a\r\nb\r\n");
+    QTest::newRow("lone dot line escaped") << QByteArray("a\n.\nb")
+                                           << QByteArray("a\r\n=2E\r\nb\r\n");
+    QTest::newRow("utf-8 escaped") << QString::fromUtf8("é").toUtf8() << QByteArray("=C3=A9\r\n");
+    QTest::newRow("soft break after 76 characters")
+        << QByteArray(100, 'a') << QByteArray(76, 'a') + "=\n" + QByteArray(24, 'a') + "\r\n";
+}
+
+void tst_SmtpClientWire::textBody()
+{
+    QFETCH(QByteArray, content);
+    QFETCH(QByteArray, body);
+
+    const QByteArray wire = transmit(withContentType(QStringLiteral("text/plain"), content));
+    QCOMPARE(wire.mid(wire.indexOf("\r\n\r\n") + 4), body);
+    QCOMPARE(topHeaders(wire).value(QStringLiteral("Content-Length")), QString::number(body.size() - 2));
+}
+
+void tst_SmtpClientWire::largeAttachment_data()
+{
+    QTest::addColumn<int>("size");
+
+    QTest::newRow("100 000 bytes") << 100000;
+    QTest::newRow("chunk size plus one") << 3 * 64 * 1024 + 1;
+    QTest::newRow("over a mebibyte") << 1024 * 1024 + 2;
+}
+
+void tst_SmtpClientWire::largeAttachment()
+{
+    QFETCH(int, size);
+
+    QByteArray bytes(size, '\0');
+    for (int i = 0; i < size; ++i)
+        bytes[i] = char((i * 7 + i / 251) & 0xff);
+    EMail mail = textMessage(kFrom, {"r@example.org"});
+    mail.attach(QStringLiteral("application/octet-stream")).content = bytes;
+
+    const QByteArray wire = transmit(mail);
+    const int encodedSize = (size + 2) / 3 * 4;
+    QVERIFY2(wire.contains("\r\nContent-Length: " + QByteArray::number(encodedSize) + "\r\n"),
+             wire.left(400).constData());
+    QByteArray line;
+    for (const QByteArray& l : wire.split('\n')) {
+        if (l.size() > line.size())
+            line = l;
+    }
+    QVERIFY(line.endsWith('\r'));
+    line.chop(1);
+    QCOMPARE(line.size(), encodedSize);
+    QVERIFY(QByteArray::fromBase64(line) == bytes);
+}
+
+void tst_SmtpClientWire::hostsMessageUntouched()
+{
+    const EMail mail = withAttachments();
+    const EMail before = mail;
+    transmit(mail);
+    QCOMPARE(mail.headers, before.headers);
+    QCOMPARE(mail.parts.size(), 3);
+    QCOMPARE(mail.parts.at(0).parts.size(), 2);
+    QVERIFY(!mail.headers.contains(QStringLiteral("From")));
+}
+
+void tst_SmtpClientWire::randomBoundaryForm()
+{
+    const QRegularExpression form(QStringLiteral("^[0-9a-f]{3,24}$"));
+    QSet<QString> seen;
+    for (int i = 0; i < 50; ++i) {
+        const QString b = SmtpClient::randomBoundary();
+        QVERIFY2(form.match(b).hasMatch(), qPrintable(b));
+        seen << b;
+    }
+    QVERIFY(seen.size() > 45);
+}
+
+QTEST_GUILESS_MAIN(tst_SmtpClientWire)
+#include "tst_smtpclient_wire.moc"
