@@ -144,6 +144,8 @@ ScriptedSmtpPeer::~ScriptedSmtpPeer()
 
 bool ScriptedSmtpPeer::setScript(const QStringList& steps)
 {
+    if (d->thread)
+        return false;
     d->steps.clear();
     d->scriptError.clear();
     return parsePeerScript(steps, &d->steps, &d->scriptError);
@@ -161,16 +163,22 @@ bool ScriptedSmtpPeer::setScript(const QString& script)
 
 void ScriptedSmtpPeer::setConnections(int count)
 {
+    if (d->thread)
+        return;
     d->connections = qMax(1, count);
 }
 
 void ScriptedSmtpPeer::setStepTimeout(int ms)
 {
+    if (d->thread)
+        return;
     d->stepTimeout = qMax(1, ms);
 }
 
 void ScriptedSmtpPeer::setAcceptTimeout(int ms)
 {
+    if (d->thread)
+        return;
     d->acceptTimeout = qMax(1, ms);
 }
 

@@ -75,6 +75,9 @@ public:
     ScriptedSmtpPeer(const ScriptedSmtpPeer&) = delete;
     ScriptedSmtpPeer& operator=(const ScriptedSmtpPeer&) = delete;
 
+    // The setters take effect before start() only; afterwards they are
+    // ignored (setScript returns false).
+
     //! Sets the script, one step per entry. Returns false and sets failure()
     //! for a malformed step; start() then refuses to run.
     bool setScript(const QStringList& steps);

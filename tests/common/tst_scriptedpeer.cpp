@@ -559,6 +559,9 @@ void tst_ScriptedPeer::noClientConnects()
     QVERIFY(peer.setScript(Peer::greetingAndEhlo()));
     peer.setAcceptTimeout(300);
     QVERIFY(peer.start());
+    QVERIFY(!peer.start());
+    // Once started, the script stays as it was.
+    QVERIFY(!peer.setScript(QStringList{"bogus"}));
     QElapsedTimer timer;
     timer.start();
     QVERIFY(peer.waitForFinished(5000));
