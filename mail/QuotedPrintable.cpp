@@ -2,23 +2,31 @@
 
 #include <QTextCodec>
 
+#include <cstdint>
 #include <limits>
+
+#if defined(Q_OS_LINUX)
+#include <sys/mman.h>
+#endif
 
 namespace {
 
-// What the encoder does with a byte when no line break is due.
+// What the encoder does with a byte when no line break is due. Copied
+// classes come first, so that one comparison tells them apart.
 enum ByteClass : unsigned char {
     Keep,    // copied as it is
+    Blank,   // TAB or SPACE: copied, but escaped when a LF follows
     Escape,  // written as "=XX"
-    LineEnd, // LF: becomes CR LF and starts a new line
-    Blank    // TAB or SPACE: escaped only when a LF follows
+    LineEnd  // LF: becomes CR LF and starts a new line
 };
 
-struct ByteClassTable
+struct ByteTables
 {
     ByteClass cls[256];
+    // Output bytes at most: a LF counts for the escape of a blank before it.
+    unsigned char maxOutput[256];
 
-    constexpr ByteClassTable() : cls()
+    constexpr ByteTables() : cls(), maxOutput()
     {
         for (int b = 0; b < 256; ++b) {
             // Bytes from 0x80 up are negative as signed bytes, so they escape
@@ -31,72 +39,69 @@ struct ByteClassTable
             else if (b < 0x20 || b >= 0x7F || b == '.' || b == '=' || b == '?')
                 c = Escape;
             cls[b] = c;
+            maxOutput[b] = c == Escape ? 3 : c == LineEnd ? 4 : 1;
         }
     }
 };
 
-constexpr ByteClassTable Classes;
+constexpr ByteTables Tables;
 constexpr char HexDigits[] = "0123456789ABCDEF";
 
-// Growable output buffer: the caller makes sure of room before each write.
-class Output
+// Largest array size asked of QByteArray; its own limit lies a little above.
+constexpr qint64 MaxArraySize = std::numeric_limits<int>::max() - 64;
+
+// Upper bound of the encoder's output for data. Every soft break follows at
+// least maxLineLength characters of its line, so there are at most
+// size / maxLineLength of them, two characters each.
+qint64 encodedSizeBound(const unsigned char *in, int n, int maxLineLength)
 {
-public:
-    explicit Output(qint64 estimate)
-    {
-        m_bytes.resize(clamped(estimate));
-        m_begin = m_bytes.data();
-        m_pos = m_begin;
-        m_end = m_begin + m_bytes.size();
-    }
+    qint64 size = 0;
+    for (int i = 0; i < n; ++i)
+        size += Tables.maxOutput[in[i]];
+    if (maxLineLength >= 1)
+        size += 2 * (size / maxLineLength);
+    return size;
+}
 
-    void ensure(int room)
-    {
-        if (m_end - m_pos >= room)
-            return;
-        const int used = int(m_pos - m_begin);
-        const qint64 size = m_bytes.size();
-        const qint64 needed = qint64(used) + room;
-        if (needed > MaxSize)
-            qBadAlloc();
-        m_bytes.resize(clamped(qMax(size + size / 2, needed) + 16));
-        m_begin = m_bytes.data();
-        m_pos = m_begin + used;
-        m_end = m_begin + m_bytes.size();
-    }
+// Prepares a large output buffer that has not been touched yet: asks for
+// huge pages where the buffer spans them, and faults the rest of its pages in
+// with one call instead of one trap per page. Both are hints; failures are
+// harmless and ignored.
+void prepareLargeBuffer(char *buffer, qint64 size)
+{
+#if defined(Q_OS_LINUX)
+    constexpr qint64 MinSize = 256 * 1024;
+    if (size < MinSize)
+        return;
+    const std::uintptr_t start = reinterpret_cast<std::uintptr_t>(buffer);
+    const std::uintptr_t stop = start + std::uintptr_t(size);
+#if defined(MADV_HUGEPAGE)
+    constexpr std::uintptr_t HugePage = 2 * 1024 * 1024;
+    const std::uintptr_t firstHuge = (start + HugePage - 1) & ~(HugePage - 1);
+    const std::uintptr_t lastHuge = stop & ~(HugePage - 1);
+    if (lastHuge > firstHuge)
+        madvise(reinterpret_cast<void *>(firstHuge), lastHuge - firstHuge, MADV_HUGEPAGE);
+#endif
+#if defined(MADV_POPULATE_WRITE)
+    constexpr std::uintptr_t Page = 4096;
+    const std::uintptr_t firstPage = (start + Page - 1) & ~(Page - 1);
+    const std::uintptr_t lastPage = stop & ~(Page - 1);
+    if (lastPage > firstPage)
+        madvise(reinterpret_cast<void *>(firstPage), lastPage - firstPage, MADV_POPULATE_WRITE);
+#endif
+#else
+    Q_UNUSED(buffer)
+    Q_UNUSED(size)
+#endif
+}
 
-    int size() const { return int(m_pos - m_begin); }
-    char *pos() { return m_pos; }
-    void advance(int n) { m_pos += n; }
-
-    void put(char c) { *m_pos++ = c; }
-
-    void escape(unsigned char b)
-    {
-        m_pos[0] = '=';
-        m_pos[1] = HexDigits[b >> 4];
-        m_pos[2] = HexDigits[b & 0xF];
-        m_pos += 3;
-    }
-
-    QByteArray take()
-    {
-        m_bytes.resize(size());
-        m_bytes.squeeze();
-        return m_bytes;
-    }
-
-private:
-    // Largest size asked of QByteArray; its own limit lies a little above.
-    static constexpr qint64 MaxSize = std::numeric_limits<int>::max() - 64;
-
-    static int clamped(qint64 size) { return int(qMin(size, MaxSize)); }
-
-    QByteArray m_bytes;
-    char *m_begin = nullptr;
-    char *m_pos = nullptr;
-    char *m_end = nullptr;
-};
+inline char *writeEscape(char *o, unsigned char b)
+{
+    o[0] = '=';
+    o[1] = HexDigits[b >> 4];
+    o[2] = HexDigits[b & 0xF];
+    return o + 3;
+}
 
 // Value of one escape digit, including for bytes that are not hex digits.
 int digitValue(char c)
@@ -134,67 +139,68 @@ bool encodeQuotedPrintable(QByteArray &data, int maxLineLength)
     if (n == 0)
         return false;
 
-    const unsigned char *in = reinterpret_cast<const unsigned char *>(data.constData());
+    const unsigned char *const first = reinterpret_cast<const unsigned char *>(data.constData());
+    const unsigned char *const end = first + n;
+    const unsigned char *p = first;
     const bool limited = maxLineLength >= 1;
-    Output out(qint64(n) + n / 4 + 16);
-    int lineStart = 0;
+
+    // Size the output once for the worst case, so the loop never reallocates.
+    const qint64 bound = encodedSizeBound(first, n, maxLineLength);
+    if (bound > MaxArraySize)
+        qBadAlloc();
+    QByteArray encoded;
+    encoded.resize(int(bound));
+    char *const begin = encoded.data();
+    prepareLargeBuffer(begin, bound);
+    char *o = begin;
+    const char *lineStart = begin;
     bool changed = false;
 
-    for (int i = 0; i < n; ++i) {
-        // Room for the worst case of one input byte: soft break plus escape.
-        out.ensure(5);
-        const unsigned char b = in[i];
-        const ByteClass cls = Classes.cls[b];
+    while (p < end) {
+        const unsigned char b = *p;
+        const ByteClass cls = Tables.cls[b];
         if (cls == LineEnd) {
-            out.put('\r');
-            out.put('\n');
-            lineStart = out.size();
+            // A blank right before the LF was copied as the last output byte
+            // (no soft break can come between them); escape it now.
+            if (p != first && Tables.cls[p[-1]] == Blank)
+                o = writeEscape(o - 1, p[-1]);
+            *o++ = '\r';
+            *o++ = '\n';
+            lineStart = o;
             changed = true;
+            ++p;
             continue;
         }
-        if (limited && out.size() - lineStart >= maxLineLength) {
-            out.put('=');
-            out.put('\n');
-            lineStart = out.size();
+        if (limited && o - lineStart >= maxLineLength) {
+            *o++ = '=';
+            *o++ = '\n';
+            lineStart = o;
             changed = true;
         }
-        switch (cls) {
-        case Keep: {
-            // Copy the run of plain bytes that fits on the current line.
-            int run = n - i;
+        if (cls <= Blank) {
+            // Copy the run of copied bytes that still fits on the line.
+            qint64 room = end - p;
             if (limited)
-                run = qMin(run, maxLineLength - (out.size() - lineStart));
-            out.ensure(run);
-            char *o = out.pos();
-            int k = 0;
+                room = qMin<qint64>(room, maxLineLength - (o - lineStart));
+            const unsigned char *const runEnd = p + room;
             do {
-                o[k] = char(in[i + k]);
-                ++k;
-            } while (k < run && Classes.cls[in[i + k]] == Keep);
-            out.advance(k);
-            i += k - 1;
-            break;
-        }
-        case Blank:
-            if (i + 1 < n && in[i + 1] == '\n') {
-                out.escape(b);
-                changed = true;
-            } else {
-                out.put(char(b));
-            }
-            break;
-        case Escape:
-            out.escape(b);
+                *o++ = char(*p++);
+            } while (p < runEnd && Tables.cls[*p] <= Blank);
+        } else {
+            o = writeEscape(o, b);
             changed = true;
-            break;
-        case LineEnd:
-            break;
+            ++p;
         }
     }
 
-    if (changed)
-        data = out.take();
-    return changed;
+    if (!changed)
+        return false;
+    const int used = int(o - begin);
+    encoded.resize(used);
+    if (bound - used > used / 8)
+        encoded.squeeze(); // give back a large unused reserve
+    data = encoded;
+    return true;
 }
 
 bool decodeQuotedPrintable(QByteArray &data)
