@@ -1,0 +1,209 @@
+#include "HostileScenario.h"
+
+#include <QMutexLocker>
+#include <QTcpServer>
+#include <QtGlobal>
+
+using oru::SmtpClient;
+
+namespace {
+
+const int kWaitMs = 30000;       // the library's bound on each blocking wait
+const int kQuickMs = 25000;      // a job without a full wait ends before this
+const int kBlockingSendMs = 1000;
+const char kKeyHeader[] = "X-Test-Key";
+const char kUnresolvable[] = "no-such-host.invalid";
+
+QString describe(const QList<Report>& reports, const QStringList& keys)
+{
+    QStringList parts;
+    for (const Report& report : reports) {
+        QString part = QString::number(report.code);
+        if (report.mail) {
+            const int index = keys.indexOf(messageKey(report.mail));
+            part += QLatin1Char('@') + (index < 0 ? QStringLiteral("?") : QString::number(index));
+        }
+        parts << part;
+    }
+    return parts.join(QLatin1Char(' '));
+}
+
+QString texts(const QList<Report>& reports)
+{
+    QStringList parts;
+    for (const Report& report : reports)
+        parts << QStringLiteral("%1 \"%2\"").arg(report.code).arg(report.text.trimmed().left(80));
+    return parts.join(QStringLiteral(", "));
+}
+
+} // namespace
+
+oru::EMail keyedMessage(const QString& key, int attachmentBytes)
+{
+    oru::EMail mail;
+    mail.from = oru::MailAddress(QStringLiteral("a@example.org"));
+    mail.to << QStringLiteral("b@example.org");
+    mail.subject = key;
+    mail[QLatin1String(kKeyHeader)] = key;
+    if (attachmentBytes > 0) {
+        QByteArray bytes(attachmentBytes, '\0');
+        for (int i = 0; i < attachmentBytes; ++i)
+            bytes[i] = char(i * 7 + (i >> 11));
+        mail.attach(QStringLiteral("application/octet-stream")).content = bytes;
+    }
+    return mail;
+}
+
+QString messageKey(const oru::constEMailPtr& mail)
+{
+    return mail ? mail->headers.value(QLatin1String(kKeyHeader)) : QString();
+}
+
+QStringList envelopeSteps()
+{
+    return ScriptedSmtpPeer::envelope(QStringLiteral("a@example.org"), {QStringLiteral("b@example.org")});
+}
+
+QStringList openingSteps(const QStringList& extensions)
+{
+    return ScriptedSmtpPeer::greetingAndEhlo(extensions);
+}
+
+quint16 closedLoopbackPort()
+{
+    QTcpServer server;
+    server.listen(QHostAddress::LocalHost, 0);
+    return server.serverPort();
+}
+
+HostileRun::HostileRun(const HostileScenario& scenario)
+    : m_scenario(scenario)
+{
+}
+
+HostileRun::~HostileRun()
+{
+    // Stopping the peer first ends a job that is still talking to it; the
+    // client must outlive its job.
+    m_peer.reset();
+    if (m_client && m_jobId)
+        m_client->waitForSent(m_jobId, -1);
+}
+
+bool HostileRun::has(const char* word) const
+{
+    return m_scenario.client.split(QLatin1Char(' '), Qt::SkipEmptyParts).contains(QLatin1String(word));
+}
+
+bool HostileRun::start(QString* problem)
+{
+    QString host = QStringLiteral("127.0.0.1");
+    int port = 0;
+    if (has("refused")) {
+        port = closedLoopbackPort();
+    } else if (has("no-dns")) {
+        host = QLatin1String(kUnresolvable);
+        port = 25;
+    } else {
+        const bool tlsPeer = has("ssl") && !has("plain-peer");
+        m_peer.reset(new ScriptedSmtpPeer(tlsPeer ? ScriptedSmtpPeer::Smtps : ScriptedSmtpPeer::Plain));
+        // A stalling peer waits for the client's close, which comes only
+        // after the library's own waits.
+        m_peer->setStepTimeout(m_scenario.stalls > 0 ? 4 * kWaitMs : 10000);
+        m_peer->setAcceptTimeout(20000);
+        if (!m_peer->setScript(m_scenario.script) || !m_peer->start()) {
+            *problem = QStringLiteral("the peer did not start: %1").arg(m_peer->failure());
+            return false;
+        }
+        port = m_peer->port();
+    }
+
+    const bool auth = has("auth");
+    oru::SmtpAccess access(host, port, auth ? QStringLiteral("joe") : QString(),
+                           auth ? QStringLiteral("pw") : QString());
+    access.ssl = has("ssl");
+    access.tls = has("starttls");
+    m_client.reset(new SmtpClient(access));
+    if (has("cram"))
+        m_client->useFeature(SmtpClient::AUTH_CRAM_MD5, true);
+    if (has("no-login"))
+        m_client->useFeature(SmtpClient::AUTH_LOGIN, false);
+
+    m_hostThread = QThread::currentThread();
+    QObject::connect(m_client.get(), &SmtpClient::sent,
+                     [this](oru::constEMailPtr mail, int code, const QString& text, int jobId) {
+                         QMutexLocker lock(&m_mutex);
+                         m_reports << Report{mail, code, text, jobId,
+                                             QThread::currentThread() == m_hostThread, m_clock.elapsed()};
+                     });
+
+    for (int i = 0; i < m_scenario.messages; ++i)
+        m_mails << keyedMessage(QStringLiteral("message %1").arg(i), m_scenario.attachmentBytes);
+
+    m_clock.start();
+    m_jobId = m_client->send(m_mails);
+    m_sendMs = m_clock.elapsed();
+    m_mails.clear();  // the job holds copies of its own
+    return true;
+}
+
+QList<Report> HostileRun::reports() const
+{
+    QMutexLocker lock(&m_mutex);
+    return m_reports;
+}
+
+QString HostileRun::check()
+{
+    QStringList problems;
+    const qint64 bound = qint64(m_scenario.stalls) * kWaitMs + kQuickMs;
+    const qint64 left = qMax<qint64>(1, bound - m_clock.elapsed());
+    const int waitResult = m_client->waitForSent(m_jobId, int(left));
+    if (waitResult == -2) {
+        problems << QStringLiteral("the job was still running %1 ms after send()").arg(bound);
+        // The client must outlive the job: give it a last chance, then stop
+        // the process rather than destroy a client in use.
+        m_peer.reset();
+        if (m_client->waitForSent(m_jobId, 4 * kWaitMs) == -2)
+            qFatal("%s: job %d never ended", qPrintable(m_scenario.name), m_jobId);
+    } else if (waitResult != m_scenario.waitResult) {
+        problems << QStringLiteral("waitForSent gave %1, expected %2").arg(waitResult).arg(m_scenario.waitResult);
+    }
+    if (m_client->responseCode(m_jobId) != m_scenario.waitResult)
+        problems << QStringLiteral("responseCode gave %1").arg(m_client->responseCode(m_jobId));
+    if (m_sendMs > kBlockingSendMs)
+        problems << QStringLiteral("send() kept the host waiting for %1 ms").arg(m_sendMs);
+
+    QStringList keys;
+    for (int i = 0; i < m_scenario.messages; ++i)
+        keys << QStringLiteral("message %1").arg(i);
+    const QList<Report> got = reports();
+    const QString gotText = describe(got, keys);
+    const QString wanted = m_scenario.reports.join(QLatin1Char(' '));
+    if (gotText != wanted)
+        problems << QStringLiteral("reports [%1], expected [%2]; texts: %3").arg(gotText, wanted, texts(got));
+
+    for (const Report& report : got) {
+        if (report.jobId != m_jobId)
+            problems << QStringLiteral("a report carried job id %1 instead of %2").arg(report.jobId).arg(m_jobId);
+        if (report.onHostThread)
+            problems << QStringLiteral("a report was emitted on the host's thread");
+        if (report.code == -1 && report.text.isEmpty())
+            problems << QStringLiteral("a connection failure came without the socket's error text");
+    }
+    if (m_scenario.stalls > 0 && !got.isEmpty()) {
+        const qint64 least = qint64(m_scenario.stalls) * kWaitMs - 1000;
+        if (got.last().atMs < least) {
+            problems << QStringLiteral("the last report came after %1 ms; the scenario means %2 full waits")
+                            .arg(got.last().atMs)
+                            .arg(m_scenario.stalls);
+        }
+    }
+
+    if (problems.isEmpty())
+        return QString();
+    QString text = m_scenario.name + QStringLiteral(": ") + problems.join(QStringLiteral("; "));
+    if (m_peer && !m_peer->failure().isEmpty())
+        text += QStringLiteral(" (peer: %1)").arg(m_peer->failure());
+    return text;
+}

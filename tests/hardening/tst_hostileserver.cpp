@@ -1,0 +1,256 @@
+// Servers that hang up, stall, lie or talk nonsense at every step of a
+// session: each job must end, with the reports and wait result the client
+// promises, within its bounded waits, and without harm to the host.
+
+#include "HostileScenario.h"
+
+#include <QtTest>
+
+#include <memory>
+#include <vector>
+
+using Peer = ScriptedSmtpPeer;
+
+namespace {
+
+const QString kGreeting = QStringLiteral("S: 220 localhost ESMTP");
+const QString kEhlo = QStringLiteral("C: EHLO localhost");
+const QString kMailFrom = QStringLiteral("C: MAIL FROM:<a@example.org>");
+const QString kRcptTo = QStringLiteral("C: RCPT TO:<b@example.org>");
+const QString kOk = QStringLiteral("S: 250 OK");
+const QString kTlsGoAhead = QStringLiteral("S: 220 go ahead");
+// The first bytes of a TLS record carrying a ServerHello, cut short.
+const QString kHalfServerHello = QStringLiteral("S~ \\x16\\x03\\x03\\x00\\x59\\x02\\x00\\x00\\x55\\x03\\x03");
+
+HostileScenario row(const char* name, const char* client, const QStringList& script,
+                    const QStringList& reports, int waitResult, int messages = 1,
+                    int attachmentBytes = 0, int stalls = 0)
+{
+    HostileScenario s;
+    s.name = QString::fromLatin1(name);
+    s.client = QString::fromLatin1(client);
+    s.script = script;
+    s.reports = reports;
+    s.waitResult = waitResult;
+    s.messages = messages;
+    s.attachmentBytes = attachmentBytes;
+    s.stalls = stalls;
+    return s;
+}
+
+QStringList delivery()
+{
+    return envelopeSteps() + Peer::dataAndQuit();
+}
+
+QString base64Step(const char* tag, const QByteArray& bytes)
+{
+    return QString::fromLatin1(tag) + QString::fromLatin1(bytes.toBase64());
+}
+
+// Jobs that meet no silence: each must end long before a single 30 s wait
+// could have run out.
+QVector<HostileScenario> quickScenarios()
+{
+    const QStringList open = openingSteps();
+    const QStringList tlsOpen = openingSteps({QStringLiteral("STARTTLS")});
+    const QStringList startTls{QStringLiteral("C: STARTTLS"), kTlsGoAhead};
+    const QStringList cramOpen = openingSteps({QStringLiteral("AUTH CRAM-MD5 LOGIN PLAIN")});
+    const QStringList loginOpen = openingSteps({QStringLiteral("AUTH LOGIN")});
+    const QStringList dataGoAhead{QStringLiteral("C: DATA"), QStringLiteral("S: 354 go ahead")};
+    const QByteArray longChallenge = QByteArray(4096, 'c');
+
+    return {
+        // Connecting
+        row("refused connection", "refused", {}, {"-1"}, 0),
+        row("unresolvable host name", "no-dns", {}, {"-1"}, 0),
+        row("close right after connecting", "", {"close"}, {"0"}, 0),
+        row("close after the greeting", "", {kGreeting, "close"}, {"0"}, 0),
+        row("close inside the EHLO reply", "auth",
+            {kGreeting, kEhlo, "S: 250-localhost", "S: 250-AUTH LOGIN", "close"}, {"0"}, 0),
+
+        // TLS
+        row("close after STARTTLS is accepted", "starttls", tlsOpen + startTls + QStringList{"close"},
+            {"-1"}, 220),
+        row("close before answering the TLS hello", "starttls",
+            tlsOpen + startTls + QStringList{"wait 200", "close"}, {"-1"}, 220),
+        row("close in the middle of the server's TLS hello", "starttls",
+            tlsOpen + startTls + QStringList{"wait 100", kHalfServerHello, "close"}, {"-1"}, 220),
+        row("STARTTLS answered 220, then plaintext", "starttls",
+            tlsOpen + startTls + QStringList{"wait 100", "S: 250 plaintext after all", "expect-close"},
+            {"-1"}, 220),
+        row("SMTPS: close in the middle of the server's TLS hello", "ssl plain-peer",
+            {"wait 100", kHalfServerHello, "close"}, {"-1"}, 0),
+        row("SMTPS: close right after the handshake", "ssl", {"close"}, {"0"}, 0),
+        row("SMTPS: plain server", "ssl plain-peer", {"S: 220 plain greeting", "expect-close"}, {"-1"}, 0),
+        row("SMTPS: garbage instead of the server's TLS hello", "ssl plain-peer",
+            {"S~ \\x16\\x03\\x03\\x00\\x10garbage-garbage!", "expect-close"}, {"-1"}, 0),
+        row("SMTPS: TLS server sending garbage", "ssl",
+            {"S~ \\x01\\x02\\xff\\xfe garbage\\x00\\r\\n", "expect-close"}, {"0"}, 0),
+
+        // Authentication
+        row("CRAM-MD5: close after AUTH", "auth cram", cramOpen + QStringList{"C: AUTH CRAM-MD5", "close"},
+            {"0"}, 0),
+        row("CRAM-MD5: close after the challenge", "auth cram",
+            cramOpen + QStringList{"C: AUTH CRAM-MD5", "S: 334 PDEyMzQ1QGxvY2FsaG9zdD4=", "close"}, {"0"}, 0),
+        row("CRAM-MD5: empty challenge, then refused", "auth cram",
+            cramOpen + QStringList{"C: AUTH CRAM-MD5", "S: 334 ", "C: *", "S: 535 no"}, {"535"}, 535),
+        row("CRAM-MD5: 4 KB challenge, then accepted", "auth cram",
+            cramOpen + QStringList{"C: AUTH CRAM-MD5", base64Step("S: 334 ", longChallenge), "C: *", "S: 235 ok"}
+                + delivery(),
+            {"250@0"}, 250),
+        row("LOGIN: close after AUTH LOGIN", "auth", loginOpen + QStringList{"C: AUTH LOGIN", "close"}, {"0"}, 0),
+        row("LOGIN: close after the user name", "auth",
+            loginOpen + QStringList{"C: AUTH LOGIN", "S: 334 VXNlcm5hbWU6", "C: am9l", "close"}, {"0"}, 0),
+        row("LOGIN: close after the password", "auth",
+            loginOpen
+                + QStringList{"C: AUTH LOGIN", "S: 334 VXNlcm5hbWU6", "C: am9l", "S: 334 UGFzc3dvcmQ6", "C: cHc=",
+                              "close"},
+            {"0"}, 0),
+        row("PLAIN: close after the initial response", "auth",
+            openingSteps({"AUTH PLAIN"}) + QStringList{"C: AUTH PLAIN am9lOnB3", "close"}, {"0"}, 0),
+
+        // Envelope and data
+        row("close after MAIL FROM, two messages", "", open + QStringList{kMailFrom, "close"}, {"0@0", "0@1"}, 0, 2),
+        row("close after RCPT TO", "", open + QStringList{kMailFrom, kOk, kRcptTo, "close"}, {"0@0"}, 0),
+        row("close after DATA", "", open + envelopeSteps() + QStringList{"C: DATA", "close"}, {"0@0"}, 0),
+        row("close in the middle of a 4 MB body", "",
+            open + envelopeSteps() + dataGoAhead + QStringList{"C: *", "close"}, {"0@0"}, 0, 1, 4 << 20),
+        row("close before the end-of-data reply", "",
+            open + envelopeSteps() + dataGoAhead + QStringList{"C: <data>", "close"}, {"0@0"}, 0),
+        row("close after the first of two messages", "",
+            open + envelopeSteps() + Peer::message() + QStringList{kMailFrom, "close"}, {"250@0", "0@1"}, 0, 2),
+
+        // Garbage and zero bytes
+        row("garbage instead of the greeting", "", {"S: hello, this is not SMTP"}, {"0"}, 0),
+        row("binary garbage instead of the EHLO reply", "",
+            {kGreeting, kEhlo, "S~ \\xff\\xfe\\x01\\x7f garbage\\r\\n"}, {"0"}, 0),
+        row("garbage instead of the reply to MAIL FROM", "", open + QStringList{kMailFrom, "S: ok, sure"},
+            {"0@0"}, 0),
+        row("zero byte inside the greeting's code", "", {"S~ 2\\x0020 ready\\r\\n"}, {"2"}, 2),
+        row("zero byte after the greeting's code", "",
+            QStringList{"S~ 220\\x00 hidden\\r\\n", kEhlo} + Peer::ehloReply({}) + delivery(), {"250@0"}, 250),
+        row("zero byte hiding an AUTH extension", "auth",
+            QStringList{kGreeting, kEhlo, "S: 250-localhost", "S~ 250-AUTH\\x00 LOGIN\\r\\n", "S: 250 OK"}
+                + delivery(),
+            {"250@0"}, 250),
+
+        // Size
+        row("1 MB greeting without a line end", "", {"big-line 1048576", "stall"}, {"0"}, 0),
+        row("10 000 continuation lines in the EHLO reply", "",
+            QStringList{kGreeting, kEhlo, "S: 250-localhost", "S* 10000 250-X-FILLER some extension text", "S: 250 OK"}
+                + delivery(),
+            {"250@0"}, 250),
+        row("10 000 AUTH lines in the EHLO reply", "auth",
+            QStringList{kGreeting, kEhlo, "S: 250-localhost", "S* 10000 250-AUTH LOGIN", "S: 250 OK"}
+                + Peer::authLogin("joe", "pw") + delivery(),
+            {"250@0"}, 250),
+        row("10 000 continuation lines and a close", "",
+            {kGreeting, kEhlo, "S: 250-localhost", "S* 10000 250-X-FILLER", "close"}, {"0@0"}, 0),
+
+        // Codes outside 100 to 599
+        row("greeting code 000", "", {"S: 000 zero"}, {"0"}, 0),
+        row("greeting code 099", "", {"S: 099 low"}, {"99"}, 99),
+        row("greeting code 999", "", {"S: 999 high"}, {"999"}, 999),
+        row("greeting code -25", "", {"S: -25 minus"}, {"-25"}, -25),
+        row("MAIL FROM answered 600", "", open + QStringList{kMailFrom, "S: 600 beyond"}, {"600@0"}, 600),
+        row("RCPT TO answered by a continuation line", "",
+            open + QStringList{kMailFrom, kOk, kRcptTo, "S: 250-more to come"}, {"-250@0"}, -250),
+        row("end of data answered with a four-digit code", "",
+            open + envelopeSteps() + dataGoAhead + QStringList{"C: <data>", "S: 1000 four digits"}, {"100@0"}, 100),
+    };
+}
+
+// Jobs that meet a silent server and sit through full 30 s waits; they run
+// side by side.
+QVector<HostileScenario> silentScenarios()
+{
+    const QStringList open = openingSteps();
+    const QStringList tlsOpen = openingSteps({QStringLiteral("STARTTLS")});
+    return {
+        row("silent after connecting", "", {"stall"}, {"0"}, 0, 1, 0, 1),
+        row("silent after EHLO", "", {kGreeting, kEhlo, "stall"}, {"0"}, 0, 1, 0, 1),
+        row("greeting without a line end, then silence", "", {"S~ 220 partial greeting", "stall"}, {"0"}, 0, 1, 0,
+            1),
+        row("silent in the STARTTLS handshake", "starttls",
+            tlsOpen + QStringList{"C: STARTTLS", kTlsGoAhead, "stall"}, {"-1"}, 220, 1, 0, 1),
+        row("SMTPS: silent plain server", "ssl plain-peer", {"stall"}, {"-1"}, 0, 1, 0, 1),
+        row("silent before the end-of-data reply", "",
+            open + envelopeSteps() + QStringList{"C: DATA", "S: 354 go ahead", "C: <data>", "stall"}, {"0@0"}, 0, 1,
+            0, 1),
+        // The body waits once for the full socket to drain, the reply once.
+        row("never reads a 20 MB message", "",
+            open + envelopeSteps() + QStringList{"C: DATA", "S: 354 go ahead", "stall"}, {"0@0"}, 0, 1, 20 << 20, 2),
+    };
+}
+
+// Starts every scenario at once, then checks each; empty when all passed.
+QString runSideBySide(const QVector<HostileScenario>& scenarios)
+{
+    std::vector<std::unique_ptr<HostileRun>> runs;
+    QStringList problems;
+    for (const HostileScenario& scenario : scenarios) {
+        runs.emplace_back(new HostileRun(scenario));
+        QString problem;
+        if (!runs.back()->start(&problem))
+            problems << scenario.name + QStringLiteral(": ") + problem;
+    }
+    // Shorter jobs first, so that no wait stands in for another's.
+    std::stable_sort(runs.begin(), runs.end(), [](const auto& a, const auto& b) {
+        return a->scenario().stalls < b->scenario().stalls;
+    });
+    for (const auto& run : runs) {
+        if (!run->started())
+            continue;
+        const QString problem = run->check();
+        if (!problem.isEmpty())
+            problems << problem;
+    }
+    return problems.join(QLatin1Char('\n'));
+}
+
+} // namespace
+
+class tst_HostileServer : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void quickEnding_data();
+    void quickEnding();
+    void quickEndingAllAtOnce();
+    void silentServers();
+};
+
+void tst_HostileServer::quickEnding_data()
+{
+    QTest::addColumn<HostileScenario>("scenario");
+    for (const HostileScenario& scenario : quickScenarios())
+        QTest::newRow(qPrintable(scenario.name)) << scenario;
+}
+
+void tst_HostileServer::quickEnding()
+{
+    QFETCH(HostileScenario, scenario);
+    HostileRun run(scenario);
+    QString problem;
+    QVERIFY2(run.start(&problem), qPrintable(problem));
+    problem = run.check();
+    QVERIFY2(problem.isEmpty(), qPrintable(problem));
+}
+
+void tst_HostileServer::quickEndingAllAtOnce()
+{
+    // The same failures in parallel jobs must not disturb each other.
+    const QString problems = runSideBySide(quickScenarios());
+    QVERIFY2(problems.isEmpty(), qPrintable(problems));
+}
+
+void tst_HostileServer::silentServers()
+{
+    const QString problems = runSideBySide(silentScenarios());
+    QVERIFY2(problems.isEmpty(), qPrintable(problems));
+}
+
+QTEST_GUILESS_MAIN(tst_HostileServer)
+#include "tst_hostileserver.moc"
