@@ -27,7 +27,6 @@ private slots:
     void accessorsRecreateClearedSkeleton();
     void attachments();
     void copiesAreIndependent();
-    void assignmentCopiesEverything();
 };
 
 void TestEMail::skeleton()
@@ -222,32 +221,6 @@ void TestEMail::copiesAreIndependent()
     QVERIFY(copy.cc.isEmpty());
     QCOMPARE(copy.htmlTextContent().content, QByteArray("body"));
     QCOMPARE(copy.subject, QStringLiteral("Copy"));
-}
-
-void TestEMail::assignmentCopiesEverything()
-{
-    EMail source;
-    source.from = QStringLiteral("Jane <jane@example.org>");
-    source.sender = QStringLiteral("agent@example.org");
-    source.replyTo = QStringLiteral("reply@example.org");
-    source.to = QStringLiteral("a@example.org, b@example.org");
-    source.cc = QStringLiteral("c@example.org");
-    source.bcc = QStringLiteral("d@example.org");
-    source.subject = QStringLiteral("Hi");
-    source.contactPhone() = QStringLiteral("123");
-
-    EMail target;
-    target.attach(QStringLiteral("image/png"));
-    target = source;
-    QCOMPARE(target.from.name, QStringLiteral("Jane"));
-    QCOMPARE(target.sender.address, QStringLiteral("agent@example.org"));
-    QCOMPARE(target.replyTo.address, QStringLiteral("reply@example.org"));
-    QCOMPARE(target.to.toStringList(false), (QStringList{"a@example.org", "b@example.org"}));
-    QCOMPARE(target.cc.size(), 1);
-    QCOMPARE(target.bcc.size(), 1);
-    QCOMPARE(target.subject, QStringLiteral("Hi"));
-    QCOMPARE(target.headers.value(QStringLiteral("Contact-Phone")), QStringLiteral("123"));
-    QCOMPARE(target.parts.size(), 1);
 }
 
 QTEST_APPLESS_MAIN(TestEMail)

@@ -21,7 +21,6 @@ private slots:
     void emptiness();
     void isValid_data();
     void isValid();
-    void partValidators();
     void copiesAreIndependent();
 };
 
@@ -266,17 +265,6 @@ void TestMailAddress::isValid()
     a.address = address;
     a.name = QStringLiteral("ignored < name >");
     QCOMPARE(a.isValid(asciiOnly), valid);
-}
-
-void TestMailAddress::partValidators()
-{
-    QVERIFY(MailAddress::isValidLocalPart(QStringLiteral("a"), true));
-    QVERIFY(!MailAddress::isValidLocalPart(QString(), true));
-    QVERIFY(!MailAddress::isValidLocalPart(QStringLiteral("a@b"), true));
-    QVERIFY(MailAddress::isValidDomainName(QStringLiteral("a"), true));
-    QVERIFY(!MailAddress::isValidDomainName(QString(), false));
-    QVERIFY(MailAddress::isValidDomainName(QStringLiteral("[127.0.0.1]"), true));
-    QVERIFY(!MailAddress::isValidDomainName(QStringLiteral("[127.0.0.1"), true));
 }
 
 void TestMailAddress::copiesAreIndependent()

@@ -48,9 +48,7 @@ private slots:
     void setFile();
     void setFileOverwritesFromStart();
     void setFileMissing();
-    void setFileLarge();
     void setImage();
-    void setImageUnknownFormat();
     void copiesAreIndependent();
 };
 
@@ -382,23 +380,6 @@ void TestMimePart::setFileMissing()
     QCOMPARE(part.content, QByteArray("kept"));
 }
 
-void TestMimePart::setFileLarge()
-{
-    QTemporaryDir dir;
-    QVERIFY(dir.isValid());
-    QByteArray bytes;
-    bytes.reserve(300000);
-    for (int i = 0; i < 300000; ++i)
-        bytes.append(char(i * 31 % 251));
-    const QString path = writeFile(dir, QStringLiteral("big.bin"), bytes);
-    QVERIFY(!path.isEmpty());
-
-    MimePart part(QStringLiteral("application/octet-stream"));
-    part.setFile(path);
-    QCOMPARE(part.content.size(), bytes.size());
-    QVERIFY(part.content == bytes);
-}
-
 void TestMimePart::setImage()
 {
     QImage image(4, 3, QImage::Format_RGB32);
@@ -419,16 +400,6 @@ void TestMimePart::setImage()
     QCOMPARE(longer.content.size(), 5000);
     QVERIFY(longer.content.startsWith("\x89PNG"));
     QVERIFY(longer.content.endsWith("xxxx"));
-}
-
-void TestMimePart::setImageUnknownFormat()
-{
-    QImage image(2, 2, QImage::Format_RGB32);
-    image.fill(Qt::blue);
-    MimePart part(QStringLiteral("image/x-unknown"));
-    part.setImage(image, "NO-SUCH-FORMAT");
-    QCOMPARE(part[ContentType], QStringLiteral("image/x-unknown"));
-    QCOMPARE(part.headers.size(), 1);
 }
 
 void TestMimePart::copiesAreIndependent()
