@@ -129,7 +129,8 @@ const char kTextRules[] =
     "                                     multipart/mixed (multipart/related when there\n"
     "                                     are inline images)\n"
     "  files without any text             an empty text/plain part, then the files\n"
-    "  Texts are sent as UTF-8; CR LF line ends are read as line feeds.\n";
+    "  Texts are sent as UTF-8; CR LF line ends are read as line feeds. A message of\n"
+    "  one text part always ends with a line end, so a text without one gets it.\n";
 
 const char kExitStatus[] =
     "Exit status:\n"

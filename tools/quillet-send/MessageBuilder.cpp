@@ -60,6 +60,20 @@ bool checkFileList(const QStringList &paths, const QString &option, QString *err
     return true;
 }
 
+// The wire adds a line end after the body of a message that is one single
+// text part; dropping the text's own final line end keeps the text as it
+// was. A blank before it stays escaped only while the line end follows, so
+// such a text keeps its line end.
+QString singlePartText(const QString &text)
+{
+    if (!text.endsWith(QLatin1Char('\n')) || text.size() < 2)
+        return text;
+    const QChar before = text.at(text.size() - 2);
+    if (before == QLatin1Char(' ') || before == QLatin1Char('\t'))
+        return text;
+    return text.left(text.size() - 1);
+}
+
 } // namespace
 
 bool readTexts(const SendOptions &options, MessageTexts *texts, QString *error)
@@ -102,9 +116,9 @@ void placeTexts(oru::EMail &mail, const MessageTexts &texts, bool withFiles)
             mail.attach(QStringLiteral("text/html")).setHtmlText(texts.html, "utf-8");
         }
     } else if (texts.hasText) {
-        mail.plainTextContent().setPlainText(texts.text, "utf-8");
+        mail.plainTextContent().setPlainText(withFiles ? texts.text : singlePartText(texts.text), "utf-8");
     } else if (texts.hasHtml) {
-        mail.plainTextContent().setHtmlText(texts.html, "utf-8");
+        mail.plainTextContent().setHtmlText(withFiles ? texts.html : singlePartText(texts.html), "utf-8");
     }
 }
 

@@ -39,6 +39,8 @@ bool checkFiles(const SendOptions &options, QString *error);
 ///    the HTML a second root child, so the plain-text container collapses
 ///    into the plain text next to it.
 /// withFiles tells whether attachments or inline images will follow.
+/// As the wire ends a message of one text part with a line end of its own,
+/// such a text loses one final line feed here (unless a blank precedes it).
 void placeTexts(oru::EMail &mail, const MessageTexts &texts, bool withFiles);
 
 /// Appends one file as a child of the root: its type from Qt's MIME
