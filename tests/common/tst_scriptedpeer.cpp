@@ -1,140 +1,16 @@
-// The scripted SMTP peer, driven by a raw socket client: dialogues matched
-// and mismatched, message bodies, TLS, several connections and the bounds
-// on every wait.
+// The scripted SMTP peer's dialogue, driven by a raw socket client: lines
+// matched and mismatched, raw sends, message bodies, script errors and the
+// script builders.
 
+#include "RawClient_p.h"
 #include "ScriptedSmtpPeer.h"
 
-#include <QElapsedTimer>
-#include <QSslSocket>
-#include <QThread>
 #include <QtTest>
 
-#include <memory>
-
 using Peer = ScriptedSmtpPeer;
+using Client = RawClient;
 
 namespace {
-
-// A blocking client that plays a list of actions against the peer:
-//   ">bytes"   send the bytes as they are
-//   "<bytes"   the next bytes from the peer must be exactly these
-//   "tls"      start the client side TLS handshake
-//   "close"    close the connection
-//   "closed"   the peer must close, with nothing further sent
-//   "sleep N"  do nothing for N ms
-//   "quiet N"  nothing may arrive within N ms
-class Client
-{
-public:
-    bool connectTo(quint16 port, bool tls)
-    {
-        m_socket.setPeerVerifyMode(QSslSocket::VerifyNone);
-        if (tls)
-            m_socket.connectToHostEncrypted(QStringLiteral("127.0.0.1"), port);
-        else
-            m_socket.connectToHost(QHostAddress::LocalHost, port);
-        return m_socket.waitForConnected(5000) && (!tls || m_socket.waitForEncrypted(5000));
-    }
-
-    // Empty when every action went as stated; else what went wrong.
-    QString run(const QList<QByteArray>& actions)
-    {
-        for (int i = 0; i < actions.size(); ++i) {
-            const QString problem = act(actions.at(i));
-            if (!problem.isEmpty())
-                return QStringLiteral("client action %1: %2").arg(i + 1).arg(problem);
-        }
-        return QString();
-    }
-
-    QSslSocket& socket() { return m_socket; }
-
-private:
-    QString act(const QByteArray& action)
-    {
-        if (action.startsWith('>')) {
-            m_socket.write(action.mid(1));
-            return flush() ? QString() : QStringLiteral("could not send");
-        }
-        if (action.startsWith('<'))
-            return expect(action.mid(1));
-        if (action == "tls") {
-            m_socket.startClientEncryption();
-            return m_socket.waitForEncrypted(5000) ? QString()
-                                                   : QStringLiteral("no TLS: ") + m_socket.errorString();
-        }
-        if (action == "close") {
-            flush();
-            m_socket.disconnectFromHost();
-            if (m_socket.state() != QAbstractSocket::UnconnectedState)
-                m_socket.waitForDisconnected(2000);
-            return QString();
-        }
-        if (action == "closed")
-            return expectClosed();
-        if (action.startsWith("sleep ")) {
-            QThread::msleep(action.mid(6).toULong());
-            return QString();
-        }
-        if (action.startsWith("quiet ")) {
-            m_socket.waitForReadyRead(action.mid(6).toInt());
-            take();
-            return m_in.isEmpty() ? QString() : QStringLiteral("unexpected \"%1\"").arg(QString::fromLatin1(m_in));
-        }
-        return QStringLiteral("unknown action");
-    }
-
-    bool flush()
-    {
-        QElapsedTimer timer;
-        timer.start();
-        while (m_socket.bytesToWrite() > 0 || m_socket.encryptedBytesToWrite() > 0) {
-            if (timer.hasExpired(5000) || m_socket.state() != QAbstractSocket::ConnectedState)
-                return false;
-            m_socket.waitForBytesWritten(100);
-        }
-        return true;
-    }
-
-    void take() { m_in += m_socket.readAll(); }
-
-    QString expect(const QByteArray& wanted)
-    {
-        QElapsedTimer timer;
-        timer.start();
-        take();
-        while (m_in.size() < wanted.size() && !timer.hasExpired(10000)
-               && m_socket.state() == QAbstractSocket::ConnectedState) {
-            m_socket.waitForReadyRead(100);
-            take();
-        }
-        const QByteArray got = m_in.left(wanted.size());
-        m_in.remove(0, got.size());
-        if (got == wanted)
-            return QString();
-        return QStringLiteral("expected \"%1\", got \"%2\"")
-            .arg(QString::fromLatin1(wanted.left(80)), QString::fromLatin1(got.left(80)));
-    }
-
-    QString expectClosed()
-    {
-        QElapsedTimer timer;
-        timer.start();
-        while (m_socket.state() != QAbstractSocket::UnconnectedState && !timer.hasExpired(5000)) {
-            m_socket.waitForReadyRead(100);
-            take();
-        }
-        take();
-        if (m_socket.state() != QAbstractSocket::UnconnectedState)
-            return QStringLiteral("the peer did not close");
-        if (!m_in.isEmpty())
-            return QStringLiteral("unexpected \"%1\" before the close").arg(QString::fromLatin1(m_in.left(80)));
-        return QString();
-    }
-
-    QSslSocket m_socket;
-    QByteArray m_in;
-};
 
 void checkFailure(const QString& failure, const QStringList& fragments)
 {
@@ -144,14 +20,6 @@ void checkFailure(const QString& failure, const QStringList& fragments)
     }
     for (const QString& fragment : fragments)
         QVERIFY2(failure.contains(fragment), qPrintable(QStringLiteral("\"%1\" lacks \"%2\"").arg(failure, fragment)));
-}
-
-qint64 timeToDestroy(std::unique_ptr<Peer>& peer)
-{
-    QElapsedTimer timer;
-    timer.start();
-    peer.reset();
-    return timer.elapsed();
 }
 
 } // namespace
@@ -165,17 +33,8 @@ private slots:
     void dialogue();
     void scriptErrors_data();
     void scriptErrors();
-    void tls_data();
-    void tls();
-    void severalConnections_data();
-    void severalConnections();
     void builders_data();
     void builders();
-    void clientOnAnotherThread();
-    void noClientConnects();
-    void destructorStopsAtOnce_data();
-    void destructorStopsAtOnce();
-    void stallReadsNothing();
 };
 
 void tst_ScriptedPeer::dialogue_data()
@@ -374,102 +233,6 @@ void tst_ScriptedPeer::scriptErrors()
     QCOMPARE(fromText.setScript(script.join(QLatin1String("\r\n"))), error.isEmpty());
     QCOMPARE(fromText.failure(), peer.failure());
 }
-
-void tst_ScriptedPeer::tls_data()
-{
-    QTest::addColumn<bool>("implicitTls");
-    QTest::addColumn<QStringList>("script");
-    QTest::addColumn<QList<QByteArray>>("client");
-    QTest::addColumn<QByteArray>("afterTls");
-
-    QTest::newRow("STARTTLS upgrade")
-        << false << Peer::greetingAndEhlo({"STARTTLS"}) + Peer::startTls({"AUTH LOGIN"}) + Peer::quit()
-        << QList<QByteArray>{"<220 localhost ESMTP scripted peer\r\n", ">EHLO localhost\r\n",
-                             "<250-localhost\r\n250-STARTTLS\r\n250 OK\r\n", ">STARTTLS\r\n",
-                             "<220 Ready to start TLS\r\n", "tls", ">EHLO localhost\r\n",
-                             "<250-localhost\r\n250-AUTH LOGIN\r\n250 OK\r\n", ">QUIT\r\n", "close"}
-        << QByteArray("EHLO localhost\r\nQUIT\r\n");
-    QTest::newRow("plain bytes sent with STARTTLS are dropped")
-        << false << QStringList{"C: STARTTLS", "S: 220 go", "starttls", "C: EHLO localhost", "expect-close"}
-        << QList<QByteArray>{">STARTTLS\r\nNOOP\r\n", "<220 go\r\n", "tls", ">EHLO localhost\r\n", "close"}
-        << QByteArray("EHLO localhost\r\n");
-    QTest::newRow("TLS from the first byte")
-        << true << QStringList{"S: 220 secure", "C: EHLO localhost", "S: 250 ok", "expect-close"}
-        << QList<QByteArray>{"<220 secure\r\n", ">EHLO localhost\r\n", "<250 ok\r\n", "close"}
-        << QByteArray("EHLO localhost\r\n");
-}
-
-void tst_ScriptedPeer::tls()
-{
-    QFETCH(bool, implicitTls);
-    QFETCH(QStringList, script);
-    QFETCH(QList<QByteArray>, client);
-    QFETCH(QByteArray, afterTls);
-
-    Peer peer(implicitTls ? Peer::Smtps : Peer::Plain);
-    QVERIFY(peer.setScript(script));
-    QVERIFY2(peer.start(), qPrintable(peer.failure()));
-
-    Client raw;
-    QVERIFY(raw.connectTo(peer.port(), implicitTls));
-    const QString clientProblem = raw.run(client);
-    QVERIFY(peer.waitForFinished(10000));
-    QVERIFY2(clientProblem.isEmpty(), qPrintable(clientProblem + QLatin1String(" / peer: ") + peer.failure()));
-    QVERIFY2(peer.scriptCompleted(), qPrintable(peer.failure()));
-    QVERIFY(peer.connection(0).encrypted);
-
-    QByteArray sent;
-    for (const QByteArray& action : client) {
-        if (action.startsWith('>'))
-            sent += action.mid(1);
-    }
-    QCOMPARE(peer.received(), sent);
-    QCOMPARE(peer.receivedAfterTls(), afterTls);
-}
-
-void tst_ScriptedPeer::severalConnections_data()
-{
-    QTest::addColumn<QStringList>("commands");
-    QTest::addColumn<QString>("failure");
-
-    QTest::newRow("all match") << QStringList{"QUIT", "QUIT", "QUIT"} << QString();
-    QTest::newRow("second differs") << QStringList{"QUIT", "NOOP", "QUIT"} << QStringLiteral("connection 2: step 2");
-}
-
-void tst_ScriptedPeer::severalConnections()
-{
-    QFETCH(QStringList, commands);
-    QFETCH(QString, failure);
-
-    Peer peer;
-    QVERIFY(peer.setScript(QStringLiteral("S: 220 again\nC: QUIT\nS: 221 bye\nclose\n")));
-    peer.setConnections(commands.size());
-    QVERIFY(peer.start());
-
-    for (const QString& command : commands) {
-        Client raw;
-        QVERIFY(raw.connectTo(peer.port(), false));
-        const QString problem = raw.run({"<220 again\r\n", ">" + command.toLatin1() + "\r\n"});
-        QVERIFY2(problem.isEmpty(), qPrintable(problem));
-        raw.socket().waitForDisconnected(5000);
-    }
-    QVERIFY(peer.waitForFinished(5000));
-    QCOMPARE(peer.connectionCount(), commands.size());
-    QCOMPARE(peer.clientLines(), commands);
-    QCOMPARE(peer.scriptCompleted(), failure.isEmpty());
-    if (failure.isEmpty())
-        QCOMPARE(peer.failure(), QString());
-    else
-        QVERIFY2(peer.failure().startsWith(failure), qPrintable(peer.failure()));
-    for (int i = 0; i < commands.size(); ++i)
-        QCOMPARE(peer.connection(i).clientLines, QStringList{commands.at(i)});
-
-    // The peer stopped listening after the last connection.
-    QTcpSocket late;
-    late.connectToHost(QHostAddress::LocalHost, peer.port());
-    QVERIFY(!late.waitForConnected(2000));
-}
-
 void tst_ScriptedPeer::builders_data()
 {
     QTest::addColumn<QStringList>("script");
@@ -522,115 +285,5 @@ void tst_ScriptedPeer::builders()
     QCOMPARE(peer.data(), QList<QByteArray>{"Subject: s\r\n\r\nbody\r\n"});
     QCOMPARE(peer.clientLines().last(), QStringLiteral("QUIT"));
 }
-
-void tst_ScriptedPeer::clientOnAnotherThread()
-{
-    // As a library client runs: on a worker thread, QUIT written without a
-    // flush and the socket dropped at once, while this thread only blocks.
-    Peer peer;
-    QVERIFY(peer.setScript(Peer::greetingAndEhlo() + Peer::envelope("a@x", {"b@y"}) + Peer::dataAndQuit()));
-    QVERIFY(peer.start());
-    QString problem;
-    const quint16 port = peer.port();
-    std::unique_ptr<QThread> worker(QThread::create([port, &problem] {
-        Client raw;
-        if (!raw.connectTo(port, false)) {
-            problem = QStringLiteral("no connection");
-            return;
-        }
-        problem = raw.run({"<220 localhost ESMTP scripted peer\r\n", ">EHLO localhost\r\n",
-                           "<250-localhost\r\n250 OK\r\n", ">MAIL FROM:<a@x>\r\n", "<250 OK\r\n",
-                           ">RCPT TO:<b@y>\r\n", "<250 OK\r\n", ">DATA\r\n",
-                           "<354 End data with <CR><LF>.<CR><LF>\r\n", ">x\r\n.\r\n", "<250 OK\r\n"});
-        raw.socket().write("QUIT\r\n");
-        raw.socket().abort();
-    }));
-    worker->start();
-    QVERIFY(worker->wait(10000));
-    QVERIFY2(problem.isEmpty(), qPrintable(problem));
-    QVERIFY(peer.waitForFinished(5000));
-    QVERIFY2(peer.scriptCompleted(), qPrintable(peer.failure()));
-    QCOMPARE(peer.data(), QList<QByteArray>{"x\r\n"});
-}
-
-void tst_ScriptedPeer::noClientConnects()
-{
-    Peer peer;
-    QVERIFY(peer.setScript(Peer::greetingAndEhlo()));
-    peer.setAcceptTimeout(300);
-    QVERIFY(peer.start());
-    QVERIFY(!peer.start());
-    // Once started, the script stays as it was.
-    QVERIFY(!peer.setScript(QStringList{"bogus"}));
-    QElapsedTimer timer;
-    timer.start();
-    QVERIFY(peer.waitForFinished(5000));
-    QVERIFY(timer.elapsed() < 3000);
-    QVERIFY(peer.isFinished());
-    QVERIFY(!peer.scriptCompleted());
-    QCOMPARE(peer.failure(), QStringLiteral("connection 1 did not come within 300 ms"));
-    QCOMPARE(peer.connectionCount(), 0);
-}
-
-void tst_ScriptedPeer::destructorStopsAtOnce_data()
-{
-    QTest::addColumn<QStringList>("script");
-    QTest::addColumn<bool>("connect");
-
-    QTest::newRow("waiting for a connection") << QStringList{"S: 220 x"} << false;
-    QTest::newRow("waiting for a line") << QStringList{"C: EHLO localhost"} << true;
-    QTest::newRow("waiting for a body") << QStringList{"C: <data>"} << true;
-    QTest::newRow("waiting for the close") << QStringList{"expect-close"} << true;
-    QTest::newRow("stalled") << QStringList{"stall"} << true;
-    QTest::newRow("sleeping") << QStringList{"wait 60000"} << true;
-    QTest::newRow("sending to a client that reads nothing") << QStringList{"big-line 16000000"} << true;
-}
-
-void tst_ScriptedPeer::destructorStopsAtOnce()
-{
-    QFETCH(QStringList, script);
-    QFETCH(bool, connect);
-
-    auto peer = std::make_unique<Peer>();
-    QVERIFY(peer->setScript(script));
-    peer->setStepTimeout(60000);
-    peer->setAcceptTimeout(60000);
-    QVERIFY(peer->start());
-    Client raw;
-    if (connect)
-        QVERIFY(raw.connectTo(peer->port(), false));
-    QThread::msleep(300);
-    QVERIFY(!peer->isFinished());
-    QVERIFY(timeToDestroy(peer) < 2000);
-}
-
-void tst_ScriptedPeer::stallReadsNothing()
-{
-    // More than the kernel buffers hold while the receiving side reads nothing.
-    const QByteArray body = QByteArray(16 * 1024 * 1024, 'a') + "\r\n.\r\n";
-
-    Peer peer;
-    QVERIFY(peer.setScript(QStringList{"stall", "C: <data>", "S: 250 ok"}));
-    peer.setStepTimeout(3000);
-    QVERIFY(peer.start());
-    Client raw;
-    QVERIFY(raw.connectTo(peer.port(), false));
-    raw.socket().write(body);
-
-    // While the peer stalls, the client cannot get rid of its bytes.
-    QElapsedTimer timer;
-    timer.start();
-    while (!timer.hasExpired(1000))
-        raw.socket().waitForBytesWritten(100);
-    QVERIFY(raw.socket().bytesToWrite() > 0);
-
-    // Once the stall ends, the peer reads it all.
-    QString problem = raw.run({"<250 ok\r\n", "closed"});
-    QVERIFY2(problem.isEmpty(), qPrintable(problem));
-    QVERIFY(peer.waitForFinished(5000));
-    QVERIFY2(peer.scriptCompleted(), qPrintable(peer.failure()));
-    QCOMPARE(peer.data(0).size(), body.size() - 3);
-}
-
 QTEST_GUILESS_MAIN(tst_ScriptedPeer)
 #include "tst_scriptedpeer.moc"
