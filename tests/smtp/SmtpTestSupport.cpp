@@ -1,15 +1,11 @@
 #include "SmtpTestSupport.h"
 
-#include "ScriptedSmtpPeer.h"
-
 #include <QCoreApplication>
 #include <QEvent>
 #include <QTcpServer>
 
 SentRecorder::SentRecorder(oru::SmtpClient* client)
 {
-    // Connected by signature, so that delivery relies on the registered
-    // type names.
     connect(client, SIGNAL(sent(oru::constEMailPtr, int, QString, int)), this,
             SLOT(record(oru::constEMailPtr, int, QString, int)));
 }
@@ -20,28 +16,24 @@ QList<SentReport> SentRecorder::take()
     return reports;
 }
 
-QList<int> SentRecorder::codes()
-{
-    QList<int> result;
-    for (const SentReport& report : take())
-        result << report.code;
-    return result;
-}
-
 void SentRecorder::record(oru::constEMailPtr mail, int responseCode, const QString& message,
                           int jobId)
 {
     reports << SentReport{mail, responseCode, message, jobId};
 }
 
-oru::EMail textMessage(const QString& from, const QStringList& to, const QString& subject,
-                       const QString& text)
+QStringList steps(const QString& joined)
+{
+    return joined.split(QLatin1Char('|'));
+}
+
+oru::EMail textMessage(const QString& from, const QStringList& to, const QString& subject)
 {
     oru::EMail mail;
     mail.from = oru::MailAddress(from);
     mail.to << to;
     mail.subject = subject;
-    mail.plainTextContent().setPlainText(text, "utf-8");
+    mail.plainTextContent().setPlainText(QStringLiteral("Hello world"), "utf-8");
     return mail;
 }
 
@@ -50,30 +42,47 @@ oru::SmtpAccess peerAccess(quint16 port)
     return oru::SmtpAccess(QStringLiteral("127.0.0.1"), int(port), QString(), QString());
 }
 
-JobOutcome runJob(oru::SmtpClient& client, SentRecorder& recorder, const QList<oru::EMail>& mails,
-                  ScriptedSmtpPeer* peer)
-{
-    JobOutcome outcome;
-    outcome.id = client.send(mails);
-    outcome.waitResult = client.waitForSent(outcome.id, 20000);
-    if (peer)
-        peer->waitForFinished(10000);
-    outcome.reports = recorder.take();
-    return outcome;
-}
-
-QByteArray peerDiagnosis(const ScriptedSmtpPeer& peer)
-{
-    return (QStringLiteral("peer failure: ") + peer.failure() + QStringLiteral("\nreceived:\n")
-            + QString::fromLatin1(peer.received().left(2000)))
-        .toLocal8Bit();
-}
-
 quint16 closedPort()
 {
     QTcpServer server;
     server.listen(QHostAddress::LocalHost, 0);
-    const quint16 port = server.serverPort();
-    server.close();
-    return port;
+    return server.serverPort();
+}
+
+QList<int> Played::codes() const
+{
+    QList<int> result;
+    for (const SentReport& report : reports)
+        result << report.code;
+    return result;
+}
+
+Played play(const QStringList& script, const QList<oru::EMail>& mails, const ClientSetup& setup,
+            ScriptedSmtpPeer::Mode mode)
+{
+    Played played;
+    ScriptedSmtpPeer peer(mode);
+    if (!peer.setScript(script) || !peer.start()) {
+        played.diagnosis = "server did not start: " + peer.failure().toLocal8Bit();
+        return played;
+    }
+    oru::SmtpClient client(peerAccess(peer.port()));
+    SentRecorder recorder(&client);  // first, so that it sees reports a setup's receiver throws on
+    if (setup)
+        setup(client);
+    played.id = client.send(mails);
+    played.waitResult = client.waitForSent(played.id, 20000);
+    if (played.waitResult == -2)  // the client must outlive its job
+        client.waitForSent(played.id, -1);
+    peer.waitForFinished(10000);
+    played.reports = recorder.take();
+    played.completed = peer.scriptCompleted();
+    played.lines = peer.clientLines();
+    played.received = peer.received();
+    played.receivedAfterTls = peer.receivedAfterTls();
+    played.data = peer.data();
+    played.encrypted = peer.connection(0).encrypted;
+    played.diagnosis = "server: " + peer.failure().toLocal8Bit() + "\nreceived:\n"
+        + played.received.left(2000);
+    return played;
 }

@@ -1,16 +1,15 @@
 #pragma once
 
-// Helpers shared by the SMTP client tests: recording sent() reports on the
-// test's thread, building small messages and running one job to its end.
+// Helpers of the SMTP client tests: sent() reports delivered to the test's
+// thread, small messages, and one job played against a scripted server.
 
+#include "ScriptedSmtpPeer.h"
 #include "smtp/SmtpClient.h"
 
-#include <QList>
 #include <QObject>
-#include <QString>
 #include <QStringList>
 
-class ScriptedSmtpPeer;
+#include <functional>
 
 struct SentReport
 {
@@ -20,19 +19,16 @@ struct SentReport
     int jobId = 0;
 };
 
-/// Receives a client's sent() reports queued into the test's thread, which
-/// also proves that the signal's pointer type can cross threads.
+/// Receives sent() queued into the test's thread, connected by signature:
+/// delivery relies on the registered type names.
 class SentRecorder : public QObject
 {
     Q_OBJECT
 
 public:
     explicit SentRecorder(oru::SmtpClient* client);
-
     /// Delivers what is queued and returns every report so far.
     QList<SentReport> take();
-    /// The codes of take(), in order.
-    QList<int> codes();
 
 public slots:
     void record(oru::constEMailPtr mail, int responseCode, const QString& message, int jobId);
@@ -41,28 +37,40 @@ private:
     QList<SentReport> reports;
 };
 
-/// A message holding only a plain text (the HTML alternative stays empty).
-oru::EMail textMessage(const QString& from, const QStringList& to,
-                       const QString& subject = QStringLiteral("Hello"),
-                       const QString& text = QStringLiteral("Hello world"));
+/// Script steps from one text, separated by "|".
+QStringList steps(const QString& joined);
 
-/// A client for the peer's port on 127.0.0.1, plain, no credentials.
+/// A message with only a plain text (the HTML alternative stays empty).
+oru::EMail textMessage(const QString& from, const QStringList& to,
+                       const QString& subject = QStringLiteral("Hello"));
+
+/// Plain settings for a server on 127.0.0.1, without credentials.
 oru::SmtpAccess peerAccess(quint16 port);
 
-struct JobOutcome
+/// A loopback port with nothing listening on it.
+quint16 closedPort();
+
+/// What a job did and what the scripted server saw of it.
+struct Played
 {
     int id = 0;
-    int waitResult = 0;
+    int waitResult = 0;  ///< waitForSent with 20 s
     QList<SentReport> reports;
+    bool completed = false;  ///< the server played its whole script
+    QByteArray diagnosis;    ///< for failure messages
+    QStringList lines;       ///< client lines the script read
+    QByteArray received;
+    QByteArray receivedAfterTls;
+    QList<QByteArray> data;
+    bool encrypted = false;
+
+    QList<int> codes() const;
 };
 
-/// Sends the mails as one job, waits for it (at most 20 s) and for the peer
-/// (at most 10 s), and collects the reports.
-JobOutcome runJob(oru::SmtpClient& client, SentRecorder& recorder, const QList<oru::EMail>& mails,
-                  ScriptedSmtpPeer* peer);
+using ClientSetup = std::function<void(oru::SmtpClient&)>;
 
-/// A failure text naming what the peer saw, for QVERIFY2.
-QByteArray peerDiagnosis(const ScriptedSmtpPeer& peer);
-
-/// A free loopback port with nothing listening on it.
-quint16 closedPort();
+/// Starts a scripted server, lets setup adjust a client for it, sends mails
+/// as one job and waits (bounded) for the job and the server.
+Played play(const QStringList& script, const QList<oru::EMail>& mails,
+            const ClientSetup& setup = ClientSetup(),
+            ScriptedSmtpPeer::Mode mode = ScriptedSmtpPeer::Plain);
