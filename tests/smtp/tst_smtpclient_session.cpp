@@ -71,9 +71,10 @@ private slots:
 void tst_SmtpClientSession::metaTypesRegisteredAtLoad()
 {
     const char* names[] = {"oru::EMail*", "oru::EMailPtr", "oru::constEMailPtr"};
-    for (int i = 0; i < 3; ++i)
+    for (int i = 0; i < 3; ++i) {
+        QVERIFY(SmtpClient::gEmailMetaTypes[i] != QMetaType::UnknownType);
         QCOMPARE(QMetaType::type(names[i]), SmtpClient::gEmailMetaTypes[i]);
-    QVERIFY(SmtpClient::gEmailMetaTypes[2] != QMetaType::UnknownType);
+    }
     const QMetaMethod sent = QMetaMethod::fromSignal(&SmtpClient::sent);
     QCOMPARE(sent.methodSignature(), QByteArray("sent(oru::constEMailPtr,int,QString,int)"));
     QCOMPARE(sent.parameterNames(), (QList<QByteArray>{"mail", "responseCode", "message", "jobId"}));
