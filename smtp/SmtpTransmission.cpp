@@ -17,15 +17,17 @@ const int kChunk = 3 * 64 * 1024;  // a multiple of 3: base64 chunks join seamle
 const qint64 kHighWater = 1024 * 1024;
 const int kWaitMs = 30000;
 
-// Lets the socket's buffer drain below the high-water mark. False when the
-// connection can take no more.
-bool drain(QSslSocket* socket)
+// Lets the socket's buffer drain below the high-water mark. Once a wait on
+// the connection has run out, nothing waits here any more and the rest of
+// the data is left to the buffer: a stalled server costs one wait, not one
+// per part, and a server that is only slow still gets every byte.
+void drain(QSslSocket* socket)
 {
-    while (socket->bytesToWrite() > kHighWater) {
+    while (socket->bytesToWrite() > kHighWater
+           && socket->error() != QAbstractSocket::SocketTimeoutError) {
         if (!socket->waitForBytesWritten(kWaitMs))
-            return false;
+            return;
     }
-    return socket->state() == QAbstractSocket::ConnectedState;
 }
 
 qint64 base64Length(qint64 size)
@@ -34,15 +36,17 @@ qint64 base64Length(qint64 size)
 }
 
 // Hands bytes (or their base64 form) to the socket in chunks, waiting
-// whenever too much is buffered. Stops early when the connection is gone.
+// whenever too much is buffered. Stops early only when the connection is
+// gone, as no byte can reach the server then.
 void writeBody(QSslSocket* socket, const QByteArray& bytes, bool base64)
 {
     for (int offset = 0; offset < bytes.size(); offset += kChunk) {
+        if (socket->state() != QAbstractSocket::ConnectedState)
+            break;
         const int n = qMin(kChunk, bytes.size() - offset);
         const QByteArray piece = QByteArray::fromRawData(bytes.constData() + offset, n);
         socket->write(base64 ? piece.toBase64() : piece);
-        if (!drain(socket))
-            break;
+        drain(socket);
     }
 }
 
