@@ -38,19 +38,23 @@ QString texts(const QList<Report>& reports)
 
 } // namespace
 
-oru::EMail keyedMessage(const QString& key, int attachmentBytes)
+QByteArray attachmentContent(int bytes, int i)
+{
+    QByteArray content(bytes, '\0');
+    for (int n = 0; n < bytes; ++n)
+        content[n] = char(n * 7 + (n >> 11) + i);
+    return content;
+}
+
+oru::EMail keyedMessage(const QString& key, int attachmentBytes, int attachments)
 {
     oru::EMail mail;
     mail.from = oru::MailAddress(QStringLiteral("a@example.org"));
     mail.to << QStringLiteral("b@example.org");
     mail.subject = key;
     mail[QLatin1String(kKeyHeader)] = key;
-    if (attachmentBytes > 0) {
-        QByteArray bytes(attachmentBytes, '\0');
-        for (int i = 0; i < attachmentBytes; ++i)
-            bytes[i] = char(i * 7 + (i >> 11));
-        mail.attach(QStringLiteral("application/octet-stream")).content = bytes;
-    }
+    for (int i = 0; attachmentBytes > 0 && i < attachments; ++i)
+        mail.attach(QStringLiteral("application/octet-stream")).content = attachmentContent(attachmentBytes, i);
     return mail;
 }
 
@@ -138,7 +142,8 @@ bool HostileRun::start(QString* problem)
                      });
 
     for (int i = 0; i < m_scenario.messages; ++i)
-        m_mails << keyedMessage(QStringLiteral("message %1").arg(i), m_scenario.attachmentBytes);
+        m_mails << keyedMessage(QStringLiteral("message %1").arg(i), m_scenario.attachmentBytes,
+                                m_scenario.attachments);
 
     m_clock.start();
     m_jobId = m_client->send(m_mails);
@@ -151,6 +156,29 @@ QList<Report> HostileRun::reports() const
 {
     QMutexLocker lock(&m_mutex);
     return m_reports;
+}
+
+// Every body the peer accepted holds every attachment whole, as one base64
+// line.
+QString HostileRun::checkBodies() const
+{
+    if (!m_peer->waitForFinished(20000))
+        return QStringLiteral("the peer did not finish");
+    const QList<QByteArray> bodies = m_peer->data();
+    if (bodies.isEmpty())
+        return QStringLiteral("the peer took no message body");
+    for (int b = 0; b < bodies.size(); ++b) {
+        for (int i = 0; i < m_scenario.attachments; ++i) {
+            const QByteArray line = "\r\n" + attachmentContent(m_scenario.attachmentBytes, i).toBase64() + "\r\n";
+            if (!bodies.at(b).contains(line)) {
+                return QStringLiteral("body %1 (%2 bytes) lacks attachment %3 whole")
+                    .arg(b)
+                    .arg(bodies.at(b).size())
+                    .arg(i);
+            }
+        }
+    }
+    return QString();
 }
 
 QString HostileRun::check()
@@ -198,6 +226,12 @@ QString HostileRun::check()
                             .arg(got.last().atMs)
                             .arg(m_scenario.stalls);
         }
+    }
+
+    if (m_peer && m_scenario.attachmentBytes > 0 && !got.isEmpty() && got.last().code == 250) {
+        const QString bodies = checkBodies();
+        if (!bodies.isEmpty())
+            problems << bodies;
     }
 
     if (problems.isEmpty())

@@ -32,6 +32,10 @@
 /// `reports` lists the sent() reports in order: "<code>" for a report without
 /// a message, "<code>@<i>" for one naming the job's i-th message.
 ///
+/// Each message carries `attachments` attachments of `attachmentBytes` bytes.
+/// Whenever the peer accepts a message that has attachments, each of them
+/// must have arrived whole.
+///
 /// `stalls` is how many full 30 s waits the library sits through before the
 /// job ends: 0 means it must end well within one.
 struct HostileScenario
@@ -41,6 +45,7 @@ struct HostileScenario
     QString client;
     int messages = 1;
     int attachmentBytes = 0;
+    int attachments = 1;
     QStringList reports;
     int waitResult = 0;
     int stalls = 0;
@@ -79,6 +84,7 @@ public:
 
 private:
     bool has(const char* word) const;
+    QString checkBodies() const;
 
     HostileScenario m_scenario;
     std::unique_ptr<ScriptedSmtpPeer> m_peer;
@@ -93,8 +99,11 @@ private:
 };
 
 /// A message whose subject and "X-Test-Key" header are key, from
-/// a@example.org to b@example.org, with an attachment of that many bytes.
-oru::EMail keyedMessage(const QString& key, int attachmentBytes = 0);
+/// a@example.org to b@example.org, with `attachments` attachments of
+/// attachmentBytes bytes each (none when attachmentBytes is 0).
+oru::EMail keyedMessage(const QString& key, int attachmentBytes = 0, int attachments = 1);
+/// The content of the i-th attachment that keyedMessage() makes.
+QByteArray attachmentContent(int bytes, int i);
 /// The key of a message made by keyedMessage(); empty for none.
 QString messageKey(const oru::constEMailPtr& mail);
 

@@ -38,6 +38,13 @@ HostileScenario row(const char* name, const char* client, const QStringList& scr
     return s;
 }
 
+HostileScenario withAttachments(HostileScenario scenario, int count, int bytes)
+{
+    scenario.attachments = count;
+    scenario.attachmentBytes = bytes;
+    return scenario;
+}
+
 QStringList delivery()
 {
     return envelopeSteps() + Peer::dataAndQuit();
@@ -181,6 +188,17 @@ QVector<HostileScenario> silentScenarios()
         // The body waits once for the full socket to drain, the reply once.
         row("never reads a 20 MB message", "",
             open + envelopeSteps() + QStringList{"C: DATA", "S: 354 go ahead", "stall"}, {"0@0"}, 0, 1, 20 << 20, 2),
+        row("SMTPS: never reads a 20 MB message", "ssl",
+            open + envelopeSteps() + QStringList{"C: DATA", "S: 354 go ahead", "stall"}, {"0@0"}, 0, 1, 20 << 20, 2),
+        withAttachments(row("never reads a message with three 8 MB attachments", "",
+                            open + envelopeSteps() + QStringList{"C: DATA", "S: 354 go ahead", "stall"}, {"0@0"}, 0,
+                            1, 0, 2),
+                        3, 8 << 20),
+        // A server that is only slow gets the whole message.
+        row("pauses 35 s before reading a 20 MB message", "",
+            open + envelopeSteps() + QStringList{"C: DATA", "S: 354 go ahead", "wait 35000", "C: <data>", kOk}
+                + Peer::quit(),
+            {"250@0"}, 250, 1, 20 << 20, 1),
     };
 }
 
