@@ -70,7 +70,9 @@ const OptionInfo kMessageOptions[] = {
      "--html-file body.html"},
     {"attach", "FILE",
      "Attach FILE under its own name. Repeatable. Its type comes from Qt's MIME database; text "
-     "types travel with CR LF line ends as MIME requires.",
+     "types travel with CR LF line ends as MIME requires. Each file goes out as one base64 line, "
+     "which servers that enforce SMTP's line limit of 1000 characters refuse for files over "
+     "about 750 bytes.",
      "--attach report.pdf --attach data.csv"},
     {"inline-image", "FILE",
      "Add FILE as an inline image that the HTML shows with <img src=\"cid:NAME\">, NAME being the "
@@ -296,7 +298,7 @@ ParseResult parseCommandLine(const QStringList &arguments)
     o.attachments = parser.values(QStringLiteral("attach"));
     o.inlineImages = parser.values(QStringLiteral("inline-image"));
 
-    if (isSet("count") && !readNumber(parser, "count", 1, 10000000, &o.count, &error))
+    if (isSet("count") && !readNumber(parser, "count", 1, 1000000, &o.count, &error))
         return fail();
     if (isSet("jobs") && !readNumber(parser, "jobs", 1, 1000, &o.jobs, &error))
         return fail();

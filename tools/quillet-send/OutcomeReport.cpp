@@ -39,12 +39,15 @@ void OutcomeReport::record(int jobId, int code, const QString &text, bool accept
     if (m_progress) {
         if (m_outputOnTerminal)
             std::fflush(m_output);
-        drawProgress();
+        drawProgress(m_outputOnTerminal || m_accepted + m_failures >= m_expected);
     }
 }
 
-void OutcomeReport::drawProgress()
+void OutcomeReport::drawProgress(bool force)
 {
+    if (!force && m_sinceDrawn.isValid() && m_sinceDrawn.elapsed() < 100)
+        return;
+    m_sinceDrawn.start();
     std::fprintf(stderr, "%ssent %d of %d", kClearLine, m_accepted, m_expected);
     if (m_failures > 0)
         std::fprintf(stderr, ", %d failed", m_failures);

@@ -2,6 +2,7 @@
 #ifndef QUILLET_SEND_OUTCOMEREPORT_H
 #define QUILLET_SEND_OUTCOMEREPORT_H
 
+#include <QElapsedTimer>
 #include <QMutex>
 #include <QString>
 
@@ -12,7 +13,7 @@ namespace send {
 /// Receives every outcome of a run, from any thread. Each one is printed at
 /// once as "job J: CODE TEXT" to the output stream (buffered by stdio).
 /// With progress on, a line "sent A of N" is kept up to date on standard
-/// error.
+/// error, redrawn at most ten times a second.
 class OutcomeReport
 {
 public:
@@ -32,7 +33,7 @@ public:
     bool allAccepted() const;
 
 private:
-    void drawProgress();
+    void drawProgress(bool force);
 
     mutable QMutex m_mutex;
     const int m_expected;
@@ -41,6 +42,7 @@ private:
     const bool m_outputOnTerminal;
     int m_accepted = 0;
     int m_failures = 0;
+    QElapsedTimer m_sinceDrawn;
 };
 
 } // namespace send

@@ -85,6 +85,7 @@ bool readHiddenLine(const QString &prompt, QString *line)
     std::fflush(stderr);
     std::string bytes;
     bool complete = false;
+    std::clearerr(stdin);  // a text read from the terminal before ended with end-of-file
     {
         EchoOff quiet;
         int c;
