@@ -19,7 +19,6 @@ private slots:
     void badInputIsRefusedBeforeSending();
     void helpDocumentsEveryOption_data();
     void helpDocumentsEveryOption();
-    void helpAndVersionSucceed();
 
 private:
     QStringList expand(const QStringList& arguments) const;
@@ -152,16 +151,6 @@ void tst_SendCommandLine::helpDocumentsEveryOption()
     const QString body = match.captured(2);
     QVERIFY2(body.contains(QLatin1String("Example: ")), qPrintable(body));
     QVERIFY2(body.section(QLatin1String("Example: "), 0, 0).trimmed().size() > 10, qPrintable(body));
-}
-
-void tst_SendCommandLine::helpAndVersionSucceed()
-{
-    const ToolResult help = runTool({QStringLiteral("-h")});
-    QCOMPARE(help.exitCode, 0);
-    QVERIFY(help.out.contains(QLatin1String("How the texts go out")));
-    const ToolResult version = runTool({QStringLiteral("--version")});
-    QCOMPARE(version.exitCode, 0);
-    QVERIFY2(version.out.startsWith(QLatin1String("quillet-send ")), qPrintable(version.out));
 }
 
 QTEST_GUILESS_MAIN(tst_SendCommandLine)
