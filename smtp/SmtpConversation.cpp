@@ -11,8 +11,12 @@ void SmtpClient::writeLine(SmtpJob* job, const QString& line)
 int SmtpClient::readLine(SmtpJob* job, QString* text)
 {
     QSslSocket* socket = job->socket;
-    if (!socket->canReadLine())
+    if (!socket->canReadLine()) {
+        // Hand what the command wrote to the system before waiting, so the
+        // wait only watches for the reply.
+        socket->flush();
         socket->waitForReadyRead(30000);
+    }
     const QByteArray bytes = socket->readLine();
     // A zero byte ends the line's text.
     const QString line = QString::fromLatin1(bytes.constData());

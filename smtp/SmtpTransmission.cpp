@@ -50,6 +50,22 @@ void writeBody(QSslSocket* socket, const QByteArray& bytes, bool base64)
     }
 }
 
+// The local date and time in Qt's text form. Finding the local time asks
+// the system for the time zone each time, so messages begun within the same
+// second share one text; the text form has no finer unit.
+QString currentDateText()
+{
+    thread_local qint64 cachedSecond = -1;
+    thread_local QString cachedText;
+    const QDateTime now = QDateTime::currentDateTimeUtc();
+    const qint64 second = now.toSecsSinceEpoch();
+    if (second != cachedSecond) {
+        cachedText = now.toLocalTime().toString(Qt::TextDate);
+        cachedSecond = second;
+    }
+    return cachedText;
+}
+
 } // namespace
 
 bool SmtpClient::send1Mail(SmtpJob* job, EMailPtr mail)
@@ -79,7 +95,7 @@ bool SmtpClient::send1Mail(SmtpJob* job, EMailPtr mail)
     QString subject = m.subject;
     subject.remove(QLatin1Char('\n'));
     headers.insert(QStringLiteral("Subject"), encodeQuotedPrintable(subject, 0));
-    headers.insert(QStringLiteral("Date"), QDateTime::currentDateTime().toString(Qt::TextDate));
+    headers.insert(QStringLiteral("Date"), currentDateText());
     headers.insert(QStringLiteral("MIME-Version"), QStringLiteral("1.0"));
 
     writeMime(job, m);
