@@ -25,9 +25,9 @@ import time
 
 PYTHON = "/usr/bin/python3"
 HERE = os.path.dirname(os.path.abspath(__file__))
-ROUNDS = int(os.environ.get("SMTP_BENCH_ROUNDS", "3"))
-COUNTS = {"small": int(os.environ.get("SMTP_BENCH_SMALL", "2000")),
-          "medium": int(os.environ.get("SMTP_BENCH_MEDIUM", "300"))}
+ROUNDS = int(os.environ.get("SMTP_BENCH_ROUNDS", "5"))
+COUNTS = {"small": int(os.environ.get("SMTP_BENCH_SMALL", "3000")),
+          "medium": int(os.environ.get("SMTP_BENCH_MEDIUM", "400"))}
 JOBS = 20
 BIG_ATTACHMENT = 100 * 1000 * 1000
 RUN_TIMEOUT = 300  # seconds for any one sender run
@@ -176,37 +176,54 @@ def capture(sink, build, work, port, size, env):
     return path
 
 
+def senders(build, work, port, size, wire):
+    """(name, command for a count, connections) of every sender."""
+    sink_bin = os.path.join(build, "bench", "smtp_sink")
+    smtplib = os.path.join(HERE, "smtp_smtplib.py")
+    return [
+        ("quillet-send, 1 conn", lambda n: quillet_command(build, work, port, size, n, 1), 1),
+        ("quillet-send, %d jobs" % JOBS, lambda n: quillet_command(build, work, port, size, n, JOBS), JOBS),
+        ("smtplib, 1 conn", lambda n: [PYTHON, smtplib, str(port), str(n), "1", wire], 1),
+        ("smtplib, %d threads" % JOBS, lambda n: [PYTHON, smtplib, str(port), str(n), str(JOBS), wire], JOBS),
+        ("curl, 1 conn", lambda n: curl_command(work, port, wire, n), 1),
+        ("raw client, 1 conn", lambda n: [sink_bin, "--blast", str(port), "--message", wire, "--count", str(n)], 1),
+        ("raw client, %d conns" % JOBS,
+         lambda n: [sink_bin, "--blast", str(port), "--message", wire, "--count", str(n),
+                    "--connections", str(JOBS)], JOBS),
+    ]
+
+
 def measure_size(sink, build, work, port, size, env):
+    """Rates of every sender for one message: whole runs of n messages, and
+    the sending alone, taken as the difference to a run of one message per
+    connection (start-up, login and exit cost the same in both)."""
     wire = capture(sink, build, work, port, size, env)
     wire_size = os.path.getsize(wire)
     n = COUNTS[size]
-    sink_bin = os.path.join(build, "bench", "smtp_sink")
-    senders = [
-        ("quillet-send, 1 conn", quillet_command(build, work, port, size, n, 1), 1, False),
-        ("quillet-send, %d jobs" % JOBS, quillet_command(build, work, port, size, n, JOBS), JOBS, False),
-        ("smtplib, 1 conn", [PYTHON, os.path.join(HERE, "smtp_smtplib.py"), str(port), str(n), "1", wire], 1, True),
-        ("smtplib, %d threads" % JOBS,
-         [PYTHON, os.path.join(HERE, "smtp_smtplib.py"), str(port), str(n), str(JOBS), wire], JOBS, True),
-        ("curl, 1 conn", curl_command(work, port, wire, n), 1, True),
-        ("raw client, 1 conn", [sink_bin, "--blast", str(port), "--message", wire, "--count", str(n)], 1, True),
-        ("raw client, %d conns" % JOBS,
-         [sink_bin, "--blast", str(port), "--message", wire, "--count", str(n), "--connections", str(JOBS)],
-         JOBS, True),
-    ]
-    times = {name: [] for name, *_ in senders}
+    all_senders = senders(build, work, port, size, wire)
+    full = {name: [] for name, _, _ in all_senders}
+    short = {name: [] for name, _, _ in all_senders}
     sink_share = 0.0
     for r in range(ROUNDS):
         # Each round starts with another sender, so that drifting load on
         # the machine does not always hit the same one.
-        order = senders[r % len(senders):] + senders[:r % len(senders)]
-        for name, command, connections, exact in order:
-            seconds, share = deliver(sink, name, command, n, connections, wire_size, exact, env)
-            times[name].append(seconds)
+        order = all_senders[r % len(all_senders):] + all_senders[:r % len(all_senders)]
+        for name, command, connections in order:
+            exact = not name.startswith("quillet")
+            seconds, share = deliver(sink, name, command(n), n, connections, wire_size, exact, env)
+            full[name].append(seconds)
             if not name.startswith("raw"):
                 sink_share = max(sink_share, share)
-    rates = {name: n / statistics.median(t) for name, t in times.items()}
-    spread = {name: (n / max(t), n / min(t)) for name, t in times.items()}
-    return wire_size, rates, spread, sink_share
+            seconds, _ = deliver(sink, name, command(connections), connections, connections, wire_size,
+                                 exact, env)
+            short[name].append(seconds)
+    rates = {}
+    for name, _, connections in all_senders:
+        whole = statistics.median(full[name])
+        sending = whole - statistics.median(short[name])
+        rates[name] = (n / whole, (n - connections) / sending if sending > 0 else float("inf"),
+                       n / max(full[name]), n / min(full[name]))
+    return wire_size, rates, sink_share
 
 
 def measure_memory(sink, build, work, port, env):
@@ -247,16 +264,20 @@ def main():
                 cpu = line.split(":", 1)[1].strip()
                 break
     print("machine: %d CPUs (nproc), %s, load average %.1f" % (os.cpu_count(), cpu, os.getloadavg()[0]))
-    print("messages per second, median of %d rounds (whole process: start-up, login, sending, exit)" % ROUNDS)
+    print("messages per second, median of %d rounds; msg/s counts the whole process (start-up, login,"
+          % ROUNDS)
+    print("sending, exit), sending only leaves out what a run of one message per connection costs")
     ratios = {}
-    for size, (wire_size, rates, spread, sink_share) in results.items():
+    for size, (wire_size, rates, sink_share) in results.items():
         print("%s message: %d bytes on the wire, %d messages per run" % (size, wire_size, COUNTS[size]))
-        for name, rate in rates.items():
-            print("  %-24s %9.1f msg/s  (rounds %.0f to %.0f)" % ((name, rate) + spread[name]))
+        print("  %-24s %10s %14s %20s" % ("sender", "msg/s", "sending only", "rounds (whole run)"))
+        for name, (rate, sending, low, high) in rates.items():
+            print("  %-24s %10.1f %14.1f %10.0f to %.0f" % (name, rate, sending, low, high))
         print("  sink CPU: at most %.0f%% of one core during any sender's run" % (100 * sink_share))
-        q1, qj = rates["quillet-send, 1 conn"], rates["quillet-send, %d jobs" % JOBS]
-        ratios[size] = (q1 / rates["smtplib, 1 conn"], qj / rates["smtplib, %d threads" % JOBS],
-                        q1 / rates["curl, 1 conn"])
+        rate = {name: r[0] for name, r in rates.items()}
+        q1, qj = rate["quillet-send, 1 conn"], rate["quillet-send, %d jobs" % JOBS]
+        ratios[size] = (q1 / rate["smtplib, 1 conn"], qj / rate["smtplib, %d threads" % JOBS],
+                        q1 / rate["curl, 1 conn"])
     memory_ratio = rss / BIG_ATTACHMENT
     print("memory: quillet-send with a %d-byte attachment peaks at %.1f MB resident, %.2f times the attachment"
           % (BIG_ATTACHMENT, rss / 1e6, memory_ratio))
