@@ -300,5 +300,5 @@ def main():
 if __name__ == "__main__":
     try:
         sys.exit(main())
-    except Failure as failure:
+    except (Failure, OSError) as failure:
         sys.exit("smtp: FAILED: %s" % failure)
