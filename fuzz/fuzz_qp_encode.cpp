@@ -8,13 +8,13 @@
 // the derived one.
 //
 // Checked: the encoded bytes are printable ASCII, TAB (kept unless a line
-// end follows) and line ends; a CR appears only before a LF; soft breaks
-// ("=" LF, no CR) appear only with a line limit, never in front of a line
-// end, and each broken line holds between the limit and two characters more;
-// taking out the soft breaks and the added CRs and reading the escapes by the
-// standard rule gives back the data; the result flag says whether anything
-// changed. The string encoder returns the text itself, or one
-// "=?utf-8?Q?...?=" word whose inner text reads back to the text's UTF-8.
+// end follows) and line ends; a CR appears only before a LF and never after a
+// blank; soft breaks ("=" LF, no CR) appear only with a line limit, never in
+// front of a line end, and each broken line holds between the limit and two
+// characters more; taking out the soft breaks and the added CRs and reading
+// the escapes by the standard rule gives back the data; the result flag says
+// whether anything changed. The string encoder returns the text itself, or
+// one "=?utf-8?Q?...?=" word whose inner text reads back to the text's UTF-8.
 
 #include "FuzzSupport.h"
 
@@ -52,8 +52,12 @@ void checkLines(const QByteArray &encoded, int maxLineLength)
         int length = i - lineStart;
         const bool soft = i < n && length > 0 && encoded.at(i - 1) == '=';
         const bool hard = i < n && !soft;
-        if (hard)
+        if (hard) {
             fuzz::require(length > 0 && encoded.at(i - 1) == '\r', "a line end is CR LF");
+            // Transports may strip white space at line ends.
+            fuzz::require(length < 2 || (encoded.at(i - 2) != ' ' && encoded.at(i - 2) != '\t'),
+                          "no blank right before a line end");
+        }
         if (soft || hard)
             --length;
         if (afterSoftBreak && hard)
