@@ -2,14 +2,17 @@
 
 #include "mail/EMail.h"
 
-#include <QTemporaryDir>
-
 using oru::EMail;
 using oru::MimePart;
 
 namespace {
 
-const QString ContentType = QStringLiteral("Content-Type");
+using Headers = QMap<QString, QString>;
+
+Headers typeOnly(const char *type)
+{
+    return Headers{{QStringLiteral("Content-Type"), QString::fromLatin1(type)}};
+}
 
 } // namespace
 
@@ -21,178 +24,113 @@ private slots:
     void skeleton();
     void textAlternatives_data();
     void textAlternatives();
-    void settingAgainKeepsOtherAlternative();
-    void contentAccessors();
     void contactHeaders();
     void accessorsRecreateClearedSkeleton();
-    void attachments();
     void copiesAreIndependent();
 };
 
 void TestEMail::skeleton()
 {
     EMail mail;
-    QCOMPARE(mail.headers, (QMap<QString, QString>{{"Content-Type", "multipart/related"}}));
-    QVERIFY(mail.content.isEmpty());
+    QCOMPARE(mail.headers, typeOnly("multipart/related"));
     QCOMPARE(mail.parts.size(), 1);
-
     const MimePart &alternative = mail.parts.at(0);
-    QCOMPARE(alternative.headers, (QMap<QString, QString>{{"Content-Type", "multipart/alternative"}}));
-    QVERIFY(alternative.content.isEmpty());
+    QCOMPARE(alternative.headers, typeOnly("multipart/alternative"));
     QCOMPARE(alternative.parts.size(), 2);
+    QCOMPARE(alternative.parts.at(0).headers, typeOnly("text/plain"));
+    QCOMPARE(alternative.parts.at(1).headers, typeOnly("text/html"));
+    QVERIFY(mail.content.isEmpty() && alternative.content.isEmpty());
+    QVERIFY(alternative.parts.at(0).isEmpty() && alternative.parts.at(1).isEmpty());
+    QVERIFY(mail.from.isEmpty() && mail.sender.isEmpty() && mail.replyTo.isEmpty());
+    QVERIFY(mail.to.isEmpty() && mail.cc.isEmpty() && mail.bcc.isEmpty() && mail.subject.isEmpty());
 
-    const MimePart &plain = alternative.parts.at(0);
-    const MimePart &html = alternative.parts.at(1);
-    QCOMPARE(plain.headers, (QMap<QString, QString>{{"Content-Type", "text/plain"}}));
-    QCOMPARE(html.headers, (QMap<QString, QString>{{"Content-Type", "text/html"}}));
-    QVERIFY(plain.isEmpty());
-    QVERIFY(html.isEmpty());
+    QCOMPARE(&mail.plainTextContent(), &mail[0][0]);
+    QCOMPARE(&mail.htmlTextContent(), &mail[0][1]);
 
-    QVERIFY(mail.from.isEmpty());
-    QVERIFY(mail.sender.isEmpty());
-    QVERIFY(mail.replyTo.isEmpty());
-    QVERIFY(mail.to.isEmpty());
-    QVERIFY(mail.cc.isEmpty());
-    QVERIFY(mail.bcc.isEmpty());
-    QVERIFY(mail.subject.isEmpty());
+    // Attachments follow the alternative container.
+    mail.attach(QStringLiteral("text/csv")).content = "a,b";
+    QCOMPARE(mail.parts.size(), 2);
+    QCOMPARE(mail.parts.at(1).content, QByteArray("a,b"));
 }
 
 void TestEMail::textAlternatives_data()
 {
-    // Each step: "p:" sets the plain text, "h:" the HTML text.
+    // Each step: "p:" sets the plain text, "h:" the HTML text, both in utf-8.
     QTest::addColumn<QStringList>("steps");
     QTest::addColumn<QByteArray>("plain");
-    QTest::addColumn<QString>("plainType");
     QTest::addColumn<QByteArray>("html");
-    QTest::addColumn<QString>("htmlType");
 
-    QTest::newRow("html only fills plain too")
-        << QStringList{"h:<b>x</b>"} << QByteArray("<b>x</b>") << QStringLiteral("text/plain; charset=utf-8")
-        << QByteArray("<b>x</b>") << QStringLiteral("text/html; charset=utf-8");
-    QTest::newRow("plain only fills html too")
-        << QStringList{"p:a & b"} << QByteArray("a & b") << QStringLiteral("text/plain; charset=utf-8")
-        << QByteArray("a & b") << QStringLiteral("text/html; charset=utf-8");
-    QTest::newRow("plain then html")
-        << QStringList{"p:a", "h:<p>b</p>"} << QByteArray("a") << QStringLiteral("text/plain; charset=utf-8")
-        << QByteArray("<p>b</p>") << QStringLiteral("text/html; charset=utf-8");
-    QTest::newRow("html then plain")
-        << QStringList{"h:<p>b</p>", "p:a"} << QByteArray("a") << QStringLiteral("text/plain; charset=utf-8")
-        << QByteArray("<p>b</p>") << QStringLiteral("text/html; charset=utf-8");
-    QTest::newRow("plain twice")
-        << QStringList{"p:a", "p:c"} << QByteArray("c") << QStringLiteral("text/plain; charset=utf-8")
-        << QByteArray("a") << QStringLiteral("text/html; charset=utf-8");
+    QTest::newRow("html only fills plain too") << QStringList{"h:<b>x</b>"} << QByteArray("<b>x</b>")
+                                               << QByteArray("<b>x</b>");
+    QTest::newRow("plain only fills html too") << QStringList{"p:a & b"} << QByteArray("a & b")
+                                               << QByteArray("a & b");
+    QTest::newRow("plain then html") << QStringList{"p:a", "h:<p>b</p>"} << QByteArray("a")
+                                     << QByteArray("<p>b</p>");
+    QTest::newRow("html then plain") << QStringList{"h:<p>b</p>", "p:a"} << QByteArray("a")
+                                     << QByteArray("<p>b</p>");
+    QTest::newRow("plain twice") << QStringList{"p:a", "p:c"} << QByteArray("c") << QByteArray("a");
 }
 
 void TestEMail::textAlternatives()
 {
     QFETCH(QStringList, steps);
     QFETCH(QByteArray, plain);
-    QFETCH(QString, plainType);
     QFETCH(QByteArray, html);
-    QFETCH(QString, htmlType);
 
     EMail mail;
     for (const QString &step : steps) {
-        const QString text = step.mid(2);
         if (step.startsWith(QLatin1String("p:")))
-            mail.setPlainText(text, "utf-8");
+            mail.setPlainText(step.mid(2), "utf-8");
         else
-            mail.setHtmlText(text, "utf-8");
+            mail.setHtmlText(step.mid(2), "utf-8");
     }
-    QCOMPARE(mail.parts.at(0).parts.at(0).content, plain);
-    QCOMPARE(mail.parts.at(0).parts.at(0).headers.value(ContentType), plainType);
-    QCOMPARE(mail.parts.at(0).parts.at(1).content, html);
-    QCOMPARE(mail.parts.at(0).parts.at(1).headers.value(ContentType), htmlType);
+    QCOMPARE(mail.headers, typeOnly("multipart/related"));
     QCOMPARE(mail.parts.size(), 1);
     QCOMPARE(mail.parts.at(0).parts.size(), 2);
-    QCOMPARE(mail[ContentType], QStringLiteral("multipart/related"));
-}
-
-void TestEMail::settingAgainKeepsOtherAlternative()
-{
-    EMail mail;
-    mail.setHtmlText(QStringLiteral("<i>\u00E9</i>"), "utf-8");
-    mail.setHtmlText(QStringLiteral("<i>\u00E9</i>"), "ISO-8859-1");
-    QCOMPARE(mail.htmlTextContent().content, QByteArray("<i>\xE9</i>"));
-    QCOMPARE(mail.htmlTextContent()[ContentType], QStringLiteral("text/html; charset=ISO-8859-1"));
-    QCOMPARE(mail.plainTextContent().content, QByteArray("<i>\xC3\xA9</i>"));
-    QCOMPARE(mail.plainTextContent()[ContentType], QStringLiteral("text/plain; charset=utf-8"));
-}
-
-void TestEMail::contentAccessors()
-{
-    EMail mail;
-    mail.plainTextContent().content = "plain";
-    mail.htmlTextContent().content = "html";
-    QCOMPARE(mail.parts.at(0).parts.at(0).content, QByteArray("plain"));
-    QCOMPARE(mail.parts.at(0).parts.at(1).content, QByteArray("html"));
-    QCOMPARE(&mail.plainTextContent(), &mail[0][0]);
-    QCOMPARE(&mail.htmlTextContent(), &mail[0][1]);
+    const MimePart &plainPart = mail.parts.at(0).parts.at(0);
+    const MimePart &htmlPart = mail.parts.at(0).parts.at(1);
+    QCOMPARE(plainPart.content, plain);
+    QCOMPARE(plainPart.headers, typeOnly("text/plain; charset=utf-8"));
+    QCOMPARE(htmlPart.content, html);
+    QCOMPARE(htmlPart.headers, typeOnly("text/html; charset=utf-8"));
 }
 
 void TestEMail::contactHeaders()
 {
     EMail mail;
-    QString &city = mail.contactCity();
-    QVERIFY(city.isEmpty());
+    QVERIFY(mail.contactCity().isEmpty());
     QCOMPARE(mail.headers.keys(), (QStringList{"Contact-City", "Content-Type"}));
     QCOMPARE(mail.parts.at(0).headers.size(), 1);
-    QCOMPARE(mail.parts.at(0).parts.at(0).headers.size(), 1);
 
     mail.contactName() = QStringLiteral("Jane");
     mail.contactStreet() = QStringLiteral("Main St 1");
     mail.contactCity() = QStringLiteral("Springfield");
     mail.contactPhone() = QStringLiteral("+1 555");
-    QCOMPARE(mail.headers.value(QStringLiteral("Contact-Name")), QStringLiteral("Jane"));
-    QCOMPARE(mail.headers.value(QStringLiteral("Contact-Street")), QStringLiteral("Main St 1"));
-    QCOMPARE(mail.headers.value(QStringLiteral("Contact-City")), QStringLiteral("Springfield"));
-    QCOMPARE(mail.headers.value(QStringLiteral("Contact-Phone")), QStringLiteral("+1 555"));
-    QCOMPARE(mail.headers.size(), 5);
+    QCOMPARE(mail.headers, (Headers{{"Contact-City", "Springfield"},
+                                    {"Contact-Name", "Jane"},
+                                    {"Contact-Phone", "+1 555"},
+                                    {"Contact-Street", "Main St 1"},
+                                    {"Content-Type", "multipart/related"}}));
 }
 
 void TestEMail::accessorsRecreateClearedSkeleton()
 {
     EMail mail;
     mail.clear();
-    MimePart &plain = mail.plainTextContent();
-    plain.content = "x";
-    QCOMPARE(mail.parts.size(), 1);
-    QCOMPARE(mail.parts.at(0).headers.value(ContentType), QStringLiteral("text/plain"));
-    QCOMPARE(mail.parts.at(0).parts.size(), 1);
-    QCOMPARE(mail.parts.at(0).parts.at(0).headers.value(ContentType), QStringLiteral("text/plain"));
-    QCOMPARE(mail.parts.at(0).parts.at(0).content, QByteArray("x"));
+    mail.plainTextContent().content = "x";
     QVERIFY(mail.headers.isEmpty());
+    QCOMPARE(mail.parts.size(), 1);
+    QCOMPARE(mail.parts.at(0).headers, typeOnly("text/plain"));
+    QCOMPARE(mail.parts.at(0).parts.size(), 1);
+    QCOMPARE(mail.parts.at(0).parts.at(0).headers, typeOnly("text/plain"));
+    QCOMPARE(mail.parts.at(0).parts.at(0).content, QByteArray("x"));
 
     // The texts still mirror into a recreated tree.
     EMail other;
     other.parts.clear();
     other.setPlainText(QStringLiteral("hello"), "utf-8");
     QCOMPARE(other.parts.at(0).parts.at(1).content, QByteArray("hello"));
-    QCOMPARE(other.parts.at(0).parts.at(1).headers.value(ContentType),
-             QStringLiteral("text/html; charset=utf-8"));
-}
-
-void TestEMail::attachments()
-{
-    QTemporaryDir dir;
-    QVERIFY(dir.isValid());
-    const QString path = dir.filePath(QStringLiteral("data.csv"));
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly));
-    file.write("a,b\n1,2\n");
-    file.close();
-
-    EMail mail;
-    MimePart &attachment = mail.attach(QStringLiteral("text/csv"));
-    attachment.setFile(path);
-    attachment.setContentDisposition(QStringLiteral("attachment"), QStringLiteral("data.csv"));
-
-    QCOMPARE(mail.parts.size(), 2);
-    const MimePart &stored = mail.parts.at(1);
-    QCOMPARE(stored.content, QByteArray("a,b\n1,2\n"));
-    QCOMPARE(stored.headers.value(ContentType), QStringLiteral("text/csv"));
-    QCOMPARE(stored.headers.value(QStringLiteral("Content-Disposition")),
-             QStringLiteral("attachment; filename=\"data.csv\""));
+    QCOMPARE(other.parts.at(0).parts.at(1).headers, typeOnly("text/html; charset=utf-8"));
 }
 
 void TestEMail::copiesAreIndependent()
@@ -201,26 +139,20 @@ void TestEMail::copiesAreIndependent()
     original.subject = QStringLiteral("Original");
     original.to = QStringLiteral("a@example.org");
     original.setPlainText(QStringLiteral("body"), "utf-8");
-
     EMail copy(original);
     copy.subject = QStringLiteral("Copy");
     copy.to << QStringLiteral("b@example.org");
-    copy.from = QStringLiteral("x@example.org");
-    copy.attach(QStringLiteral("image/png")).content = "png";
+    copy.attach(QStringLiteral("image/png"));
     copy.plainTextContent().content = "changed";
-
     QCOMPARE(original.subject, QStringLiteral("Original"));
     QCOMPARE(original.to.size(), 1);
-    QVERIFY(original.from.isEmpty());
     QCOMPARE(original.parts.size(), 1);
     QCOMPARE(original.plainTextContent().content, QByteArray("body"));
 
-    // And the other way round.
-    original.cc = QStringLiteral("c@example.org");
     original.htmlTextContent().content = "other";
-    QVERIFY(copy.cc.isEmpty());
+    original.cc = QStringLiteral("c@example.org");
     QCOMPARE(copy.htmlTextContent().content, QByteArray("body"));
-    QCOMPARE(copy.subject, QStringLiteral("Copy"));
+    QVERIFY(copy.cc.isEmpty());
 }
 
 QTEST_APPLESS_MAIN(TestEMail)

@@ -12,13 +12,9 @@ class TestMailAddressList : public QObject
 private slots:
     void assignText_data();
     void assignText();
-    void splitWithOtherSeparator();
-    void textAppendsAndReplaces();
-    void stringLists();
-    void addressLists();
+    void appendingAndReplacing();
     void writing_data();
     void writing();
-    void joinKeepsEmptyPlaces();
     void copiesAreIndependent();
 };
 
@@ -28,25 +24,20 @@ void TestMailAddressList::assignText_data()
     QTest::addColumn<QStringList>("addresses");
     QTest::addColumn<QStringList>("names");
 
-    QTest::newRow("comma and semicolon")
-        << QStringLiteral("a@example.org, b@example.org;c@example.org")
-        << QStringList{"a@example.org", "b@example.org", "c@example.org"}
-        << QStringList{"", "", ""};
+    QTest::newRow("comma and semicolon, duplicates kept")
+        << "a@example.org, b@example.org;a@example.org"
+        << QStringList{"a@example.org", "b@example.org", "a@example.org"} << QStringList{"", "", ""};
     QTest::newRow("trailing comma gives an empty entry")
-        << QStringLiteral("a@example.org,") << QStringList{"a@example.org", ""} << QStringList{"", ""};
+        << "a@example.org," << QStringList{"a@example.org", ""} << QStringList{"", ""};
     QTest::newRow("empty text gives one empty entry") << QString() << QStringList{""} << QStringList{""};
     QTest::newRow("blank piece gives an empty entry")
-        << QStringLiteral("a@example.org; ;b@example.org")
-        << QStringList{"a@example.org", "", "b@example.org"} << QStringList{"", "", ""};
+        << "a@example.org; ;b@example.org" << QStringList{"a@example.org", "", "b@example.org"}
+        << QStringList{"", "", ""};
     QTest::newRow("comma inside a quoted name splits")
-        << QStringLiteral("\"Doe, Jane\" <jane@example.org>")
-        << QStringList{"\"Doe", "jane@example.org"} << QStringList{"", "Jane"};
+        << "\"Doe, Jane\" <jane@example.org>" << QStringList{"\"Doe", "jane@example.org"} << QStringList{"", "Jane"};
     QTest::newRow("names parsed per entry")
-        << QStringLiteral("Jane <jane@example.org>; Bob bob@example.org")
+        << "Jane <jane@example.org>; Bob bob@example.org"
         << QStringList{"jane@example.org", "bob@example.org"} << QStringList{"Jane", "Bob"};
-    QTest::newRow("duplicates kept")
-        << QStringLiteral("a@example.org,a@example.org")
-        << QStringList{"a@example.org", "a@example.org"} << QStringList{"", ""};
 }
 
 void TestMailAddressList::assignText()
@@ -56,81 +47,40 @@ void TestMailAddressList::assignText()
     QFETCH(QStringList, names);
 
     MailAddressList list;
+    list = QStringLiteral("old@example.org");
     list = text;
-    QCOMPARE(list.size(), addresses.size());
-    for (int i = 0; i < list.size(); ++i) {
-        QCOMPARE(list.at(i).address, addresses.at(i));
+    QCOMPARE(list.toStringList(false), addresses);
+    for (int i = 0; i < list.size(); ++i)
         QCOMPARE(list.at(i).name, names.at(i));
-    }
 
-    const MailAddressList constructed(text);
-    QCOMPARE(constructed.toStringList(true), list.toStringList(true));
+    QCOMPARE(MailAddressList(text).toStringList(true), list.toStringList(true));
 }
 
-void TestMailAddressList::splitWithOtherSeparator()
+void TestMailAddressList::appendingAndReplacing()
 {
     MailAddressList list(QStringLiteral("a@example.org|b@example.org,c@example.org"), QRegExp(QStringLiteral("\\|")));
-    QCOMPARE(list.toStringList(false),
-             (QStringList{"a@example.org", "b@example.org,c@example.org"}));
-
+    QCOMPARE(list.toStringList(false), (QStringList{"a@example.org", "b@example.org,c@example.org"}));
     list.split(QStringLiteral("d@example.org;e@example.org"));
     QCOMPARE(list.size(), 4);
-    QCOMPARE(list.at(2).address, QStringLiteral("d@example.org"));
-}
 
-void TestMailAddressList::textAppendsAndReplaces()
-{
-    MailAddressList list;
-    list = QStringLiteral("a@example.org");
-    list << QStringLiteral("b@example.org, c@example.org");
-    QCOMPARE(list.toStringList(false), (QStringList{"a@example.org", "b@example.org", "c@example.org"}));
+    list << QStringLiteral("f@example.org, g@example.org");
+    QCOMPARE(list.size(), 6);
+    QCOMPARE(list.at(5).address, QStringLiteral("g@example.org"));
 
-    list << "d@example.org";
-    QCOMPARE(list.size(), 4);
+    // Each string of a string list is one address; separators in it are not looked at.
+    list << QStringList{"Jane <jane@example.org>", "bob@example.org, not split"};
+    QCOMPARE(list.at(6).name, QStringLiteral("Jane"));
+    QCOMPARE(list.at(7).address, QStringLiteral("split"));
 
-    list = QStringLiteral("x@example.org");
-    QCOMPARE(list.toStringList(false), QStringList{"x@example.org"});
-}
-
-void TestMailAddressList::stringLists()
-{
-    const QStringList texts{"Jane <jane@example.org>", "bob@example.org, not split"};
-    MailAddressList list(texts);
-    QCOMPARE(list.size(), 2);
-    QCOMPARE(list.at(0).name, QStringLiteral("Jane"));
-    // Each string is one address; separators inside it are not looked at.
-    QCOMPARE(list.at(1).address, QStringLiteral("split"));
-
-    list << QStringList{"c@example.org"};
-    QCOMPARE(list.size(), 3);
+    const QList<MailAddress> plain{MailAddress(QStringLiteral("A"), QStringLiteral("a@example.org"))};
+    list << plain;
+    QCOMPARE(list.size(), 9);
+    QCOMPARE(list.last().name, QStringLiteral("A"));
 
     list = QStringList{"z@example.org"};
-    QCOMPARE(list.toStringList(false), QStringList{"z@example.org"});
-
-    const QStringList converted = list;
-    QCOMPARE(converted, QStringList{"z@example.org"});
-}
-
-void TestMailAddressList::addressLists()
-{
-    const QList<MailAddress> plain{MailAddress(QStringLiteral("A"), QStringLiteral("a@example.org")),
-                                   MailAddress(QStringLiteral("b@example.org"))};
-    MailAddressList list(plain);
-    QCOMPARE(list.size(), 2);
-
-    list << plain;
-    QCOMPARE(list.size(), 4);
-    QCOMPARE(list.at(2).name, QStringLiteral("A"));
-
-    list << MailAddress(QStringLiteral("c@example.org"));
-    QCOMPARE(list.last().address, QStringLiteral("c@example.org"));
-
+    QCOMPARE(QStringList(list), QStringList{"z@example.org"});
     list = plain;
-    QCOMPARE(list.size(), 2);
-
-    list += MailAddress(QStringLiteral("d@example.org"));
-    list.append(MailAddress());
-    QCOMPARE(list.size(), 4);
+    QCOMPARE(list.toStringList(true), QStringList{"\"A\" <a@example.org>"});
 }
 
 void TestMailAddressList::writing_data()
@@ -144,13 +94,13 @@ void TestMailAddressList::writing_data()
         << QStringList{"J\u00F6rg <j@example.org>", "x@example.org"}
         << QStringList{"\"J\u00F6rg\" <j@example.org>", "x@example.org"}
         << QStringList{"j@example.org", "x@example.org"}
-        << QStringLiteral("\"=?utf-8?Q?J=C3=B6rg?=\" <j@example.org>,x@example.org");
+        << "\"=?utf-8?Q?J=C3=B6rg?=\" <j@example.org>,x@example.org";
     QTest::newRow("plain names stay readable")
-        << QStringList{"Jane Doe <jane@example.org>"}
-        << QStringList{"\"Jane Doe\" <jane@example.org>"}
-        << QStringList{"jane@example.org"}
-        << QStringLiteral("\"Jane Doe\" <jane@example.org>");
-    QTest::newRow("empty entry") << QStringList{""} << QStringList{""} << QStringList{""} << QString();
+        << QStringList{"Jane Doe <jane@example.org>"} << QStringList{"\"Jane Doe\" <jane@example.org>"}
+        << QStringList{"jane@example.org"} << "\"Jane Doe\" <jane@example.org>";
+    QTest::newRow("empty entry keeps its place")
+        << QStringList{"a@example.org", ""} << QStringList{"a@example.org", ""}
+        << QStringList{"a@example.org", ""} << "a@example.org,";
     QTest::newRow("no entries") << QStringList() << QStringList() << QStringList() << QString();
 }
 
@@ -167,29 +117,17 @@ void TestMailAddressList::writing()
     QCOMPARE(list.join(QStringLiteral("; "), true), withNames.join(QStringLiteral("; ")));
     QCOMPARE(list.join(QStringLiteral(","), false), bare.join(QStringLiteral(",")));
     QCOMPARE(list.joinQuotedPrintable(QStringLiteral(",")), joinedQuotedPrintable);
+    QCOMPARE(list.toQuotedPrintable().join(QStringLiteral(",")), joinedQuotedPrintable);
     QCOMPARE(QString(list), withNames.join(QStringLiteral(", ")));
-}
-
-void TestMailAddressList::joinKeepsEmptyPlaces()
-{
-    MailAddressList list;
-    list = QStringLiteral("a@example.org,");
-    QCOMPARE(list.join(QStringLiteral(","), true), QStringLiteral("a@example.org,"));
-    QCOMPARE(list.toQuotedPrintable(), (QStringList{"a@example.org", ""}));
-
-    list = QStringLiteral("a@example.org, b@example.org;c@example.org");
-    QCOMPARE(QString(list), QStringLiteral("a@example.org, b@example.org, c@example.org"));
 }
 
 void TestMailAddressList::copiesAreIndependent()
 {
-    MailAddressList original;
-    original = QStringLiteral("a@example.org, b@example.org");
+    MailAddressList original(QStringLiteral("a@example.org, b@example.org"));
     MailAddressList copy = original;
     copy[0].address = QStringLiteral("changed@example.org");
     copy << QStringLiteral("c@example.org");
     QCOMPARE(original.toStringList(false), (QStringList{"a@example.org", "b@example.org"}));
-
     original.clear();
     QCOMPARE(copy.size(), 3);
 }

@@ -11,15 +11,6 @@ namespace {
 
 const QString ContentType = QStringLiteral("Content-Type");
 
-QString writeFile(const QTemporaryDir &dir, const QString &name, const QByteArray &bytes)
-{
-    const QString path = dir.filePath(name);
-    QFile file(path);
-    if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size())
-        return QString();
-    return path;
-}
-
 } // namespace
 
 class TestMimePart : public QObject
@@ -27,134 +18,71 @@ class TestMimePart : public QObject
     Q_OBJECT
 
 private slots:
-    void construction();
-    void emptiness_data();
     void emptiness();
     void headerIndex();
-    void constHeaderIndexNeverInserts();
-    void childIndexGrows();
-    void childIndexExisting();
+    void childIndex();
     void appendingChildren();
-    void clear();
     void setText_data();
     void setText();
-    void setTextTwiceAddsParameterTwice();
-    void setTextAfterClear();
-    void setPlainAndHtmlReplaceType();
+    void charsetParameterIsAppended();
     void contentDisposition_data();
     void contentDisposition();
     void copyContentFrom();
     void copyContentFromOwnChild();
+    void setFile_data();
     void setFile();
-    void setFileOverwritesFromStart();
-    void setFileMissing();
     void setImage();
     void copiesAreIndependent();
 };
 
-void TestMimePart::construction()
-{
-    const MimePart part(QStringLiteral("image/png"));
-    QCOMPARE(part.headers.size(), 1);
-    QCOMPARE(part.headers.value(ContentType), QStringLiteral("image/png"));
-    QVERIFY(part.parts.isEmpty());
-    QVERIFY(part.content.isEmpty());
-    QVERIFY(part.isEmpty());
-}
-
-void TestMimePart::emptiness_data()
-{
-    QTest::addColumn<bool>("withHeaders");
-    QTest::addColumn<bool>("withChild");
-    QTest::addColumn<QByteArray>("content");
-    QTest::addColumn<bool>("empty");
-
-    QTest::newRow("headers only") << true << false << QByteArray() << true;
-    QTest::newRow("nothing at all") << false << false << QByteArray() << true;
-    QTest::newRow("one child") << false << true << QByteArray() << false;
-    QTest::newRow("content") << false << false << QByteArray("x") << false;
-    QTest::newRow("child and content") << true << true << QByteArray("x") << false;
-}
-
 void TestMimePart::emptiness()
 {
-    QFETCH(bool, withHeaders);
-    QFETCH(bool, withChild);
-    QFETCH(QByteArray, content);
-    QFETCH(bool, empty);
-
-    MimePart part(QStringLiteral("text/plain"));
-    if (!withHeaders)
-        part.headers.clear();
-    else
-        part[QStringLiteral("X-Extra")] = QStringLiteral("1");
-    if (withChild)
-        part.attach(QStringLiteral("text/plain"));
-    part.content = content;
-    QCOMPARE(part.isEmpty(), empty);
+    MimePart part(QStringLiteral("image/png"));
+    QCOMPARE(part.headers, (QMap<QString, QString>{{"Content-Type", "image/png"}}));
+    QVERIFY(part.parts.isEmpty() && part.content.isEmpty());
+    QVERIFY(part.isEmpty());
+    part.attach(QStringLiteral("text/plain"));
+    QVERIFY(!part.isEmpty());
+    MimePart withContent(QStringLiteral("text/plain"));
+    withContent.content = "x";
+    QVERIFY(!withContent.isEmpty());
 }
 
 void TestMimePart::headerIndex()
-{
-    MimePart part(QStringLiteral("text/plain"));
-    part[QStringLiteral("X-Name")] = QStringLiteral("v");
-    QCOMPARE(part.headers.value(QStringLiteral("X-Name")), QStringLiteral("v"));
-
-    // Names are case-sensitive keys.
-    part[QStringLiteral("content-type")] = QStringLiteral("other");
-    QCOMPARE(part.headers.size(), 3);
-    QCOMPARE(part[ContentType], QStringLiteral("text/plain"));
-
-    // The non-const index inserts a missing name with an empty value.
-    const QString value = part[QStringLiteral("X-Missing")];
-    QVERIFY(value.isEmpty());
-    QVERIFY(part.headers.contains(QStringLiteral("X-Missing")));
-
-    // Keys come out in ascending code-unit order.
-    QCOMPARE(part.headers.keys(),
-             (QStringList{"Content-Type", "X-Missing", "X-Name", "content-type"}));
-}
-
-void TestMimePart::constHeaderIndexNeverInserts()
 {
     MimePart part(QStringLiteral("text/plain"));
     const MimePart &view = part;
     QVERIFY(view[QStringLiteral("X-Missing")].isEmpty());
     QCOMPARE(view[ContentType], QStringLiteral("text/plain"));
     QCOMPARE(part.headers.size(), 1);
+
+    part[QStringLiteral("X-Name")] = QStringLiteral("v");
+    part[QStringLiteral("content-type")] = QStringLiteral("other");
+    QVERIFY(part[QStringLiteral("X-Missing")].isEmpty());
+    QCOMPARE(part[ContentType], QStringLiteral("text/plain"));
+    // Case-sensitive keys in ascending code-unit order; the missing name was added.
+    QCOMPARE(part.headers.keys(), (QStringList{"Content-Type", "X-Missing", "X-Name", "content-type"}));
+    QCOMPARE(part.headers.value(QStringLiteral("X-Name")), QStringLiteral("v"));
 }
 
-void TestMimePart::childIndexGrows()
+void TestMimePart::childIndex()
 {
     MimePart part(QStringLiteral("multipart/mixed"));
-    MimePart &third = part[2];
-    third.content = "third";
+    part[2].content = "third";
     QCOMPARE(part.parts.size(), 3);
     for (const MimePart &child : qAsConst(part.parts)) {
-        QCOMPARE(child.headers.size(), 1);
-        QCOMPARE(child.headers.value(ContentType), QStringLiteral("text/plain"));
+        QCOMPARE(child.headers, (QMap<QString, QString>{{"Content-Type", "text/plain"}}));
         QVERIFY(child.parts.isEmpty());
     }
-    QVERIFY(part.parts.at(0).content.isEmpty());
     QVERIFY(part.parts.at(1).content.isEmpty());
     QCOMPARE(part.parts.at(2).content, QByteArray("third"));
 
+    // Existing children are returned as they are, by both indexes.
     part[0][1][ContentType] = QStringLiteral("text/html");
-    QCOMPARE(part.parts.at(0).parts.size(), 2);
-    QCOMPARE(part.parts.at(0).parts.at(1).headers.value(ContentType), QStringLiteral("text/html"));
-}
-
-void TestMimePart::childIndexExisting()
-{
-    MimePart part(QStringLiteral("multipart/mixed"));
-    part.attach(QStringLiteral("image/png"));
-    part.attach(QStringLiteral("text/csv"));
-    QCOMPARE(part[1][ContentType], QStringLiteral("text/csv"));
-    QCOMPARE(part.parts.size(), 2);
-
     const MimePart &view = part;
-    QCOMPARE(view[0][ContentType], QStringLiteral("image/png"));
-    QCOMPARE(part.parts.size(), 2);
+    QCOMPARE(view[0][1][ContentType], QStringLiteral("text/html"));
+    QCOMPARE(part[0].parts.size(), 2);
+    QCOMPARE(part.parts.size(), 3);
 }
 
 void TestMimePart::appendingChildren()
@@ -162,101 +90,72 @@ void TestMimePart::appendingChildren()
     MimePart root(QStringLiteral("multipart/mixed"));
     MimePart &csv = root.attach(QStringLiteral("text/csv"));
     csv.content = "a,b";
-    csv[QStringLiteral("X-Mark")] = QStringLiteral("1");
     QCOMPARE(root.parts.size(), 1);
     QCOMPARE(root.parts.last().content, QByteArray("a,b"));
-    QCOMPARE(root.parts.last().headers.value(QStringLiteral("X-Mark")), QStringLiteral("1"));
+    QCOMPARE(root.parts.last()[ContentType], QStringLiteral("text/csv"));
 
     MimePart leaf(QStringLiteral("image/gif"));
     leaf.content = "GIF";
     root << leaf << leaf;
-    QCOMPARE(root.parts.size(), 3);
     leaf.content = "changed";
-    QCOMPARE(root.parts.at(1).content, QByteArray("GIF"));
-    QCOMPARE(root.parts.at(2).headers.value(ContentType), QStringLiteral("image/gif"));
-}
-
-void TestMimePart::clear()
-{
-    MimePart part(QStringLiteral("multipart/mixed"));
-    part.attach(QStringLiteral("text/plain"));
-    part.content = "x";
-    part[QStringLiteral("X-A")] = QStringLiteral("a");
-    part.clear();
-    QVERIFY(part.headers.isEmpty());
-    QVERIFY(part.parts.isEmpty());
-    QVERIFY(part.content.isEmpty());
+    QCOMPARE(root.parts.size(), 3);
+    QCOMPARE(root.parts.at(2).content, QByteArray("GIF"));
+    QCOMPARE(root.parts.at(2)[ContentType], QStringLiteral("image/gif"));
 }
 
 void TestMimePart::setText_data()
 {
     QTest::addColumn<QString>("text");
     QTest::addColumn<QByteArray>("charset");
-    QTest::addColumn<QString>("contentType");
     QTest::addColumn<QByteArray>("content");
 
-    QTest::newRow("utf-8") << QStringLiteral("J\u00F6rg") << QByteArray("utf-8")
-                           << QStringLiteral("text/plain; charset=utf-8") << QByteArray("J\xC3\xB6rg");
-    QTest::newRow("latin-1") << QStringLiteral("J\u00F6rg") << QByteArray("ISO-8859-1")
-                             << QStringLiteral("text/plain; charset=ISO-8859-1") << QByteArray("J\xF6rg");
-    QTest::newRow("utf-16le writes a byte-order mark")
-        << QStringLiteral("a") << QByteArray("UTF-16LE") << QStringLiteral("text/plain; charset=UTF-16LE")
-        << QByteArray("\xFF\xFE" "a\0", 4);
+    QTest::newRow("utf-8") << "J\u00F6rg" << QByteArray("utf-8") << QByteArray("J\xC3\xB6rg");
+    QTest::newRow("latin-1") << "J\u00F6rg" << QByteArray("ISO-8859-1") << QByteArray("J\xF6rg");
     QTest::newRow("unknown charset falls back to utf-8")
-        << QStringLiteral("J\u00F6rg") << QByteArray("no-such-charset")
-        << QStringLiteral("text/plain; charset=no-such-charset") << QByteArray("J\xC3\xB6rg");
-    QTest::newRow("empty text") << QString() << QByteArray("utf-8")
-                                << QStringLiteral("text/plain; charset=utf-8") << QByteArray();
+        << "J\u00F6rg" << QByteArray("no-such-charset") << QByteArray("J\xC3\xB6rg");
+    QTest::newRow("empty text") << QString() << QByteArray("utf-8") << QByteArray();
 }
 
 void TestMimePart::setText()
 {
     QFETCH(QString, text);
     QFETCH(QByteArray, charset);
-    QFETCH(QString, contentType);
     QFETCH(QByteArray, content);
 
     MimePart part(QStringLiteral("text/plain"));
     part.content = "older content that is replaced";
     part.setText(text, charset.constData());
-    QCOMPARE(part[ContentType], contentType);
+    QCOMPARE(part[ContentType], QStringLiteral("text/plain; charset=") + QString::fromLatin1(charset));
     QCOMPARE(part.content, content);
+
+    // The typed setters replace the whole type first.
+    part.setHtmlText(text, "utf-8");
+    part.setPlainText(text, charset.constData());
+    QCOMPARE(part[ContentType], QStringLiteral("text/plain; charset=") + QString::fromLatin1(charset));
+    QCOMPARE(part.content, content);
+    part.setHtmlText(QStringLiteral("<p>x</p>"), "utf-8");
+    QCOMPARE(part.headers, (QMap<QString, QString>{{"Content-Type", "text/html; charset=utf-8"}}));
+    QCOMPARE(part.content, QByteArray("<p>x</p>"));
 }
 
-void TestMimePart::setTextTwiceAddsParameterTwice()
+void TestMimePart::charsetParameterIsAppended()
 {
     MimePart part(QStringLiteral("text/plain"));
     part.setText(QStringLiteral("x"), "utf-8");
     part.setText(QStringLiteral("x"), "utf-8");
     QCOMPARE(part[ContentType], QStringLiteral("text/plain; charset=utf-8; charset=utf-8"));
 
+    part.attach(QStringLiteral("text/plain"));
+    part.clear();
+    QVERIFY(part.headers.isEmpty() && part.parts.isEmpty() && part.content.isEmpty());
+    part.setText(QStringLiteral("x"), "utf-8");
+    QCOMPARE(part[ContentType], QStringLiteral("; charset=utf-8"));
+    QCOMPARE(part.content, QByteArray("x"));
+
     MimePart nullCharset(QStringLiteral("text/plain"));
     nullCharset.setText(QStringLiteral("J\u00F6rg"), nullptr);
     QCOMPARE(nullCharset[ContentType], QStringLiteral("text/plain; charset="));
     QCOMPARE(nullCharset.content, QByteArray("J\xC3\xB6rg"));
-}
-
-void TestMimePart::setTextAfterClear()
-{
-    MimePart part(QStringLiteral("text/plain"));
-    part.clear();
-    part.setText(QStringLiteral("x"), "utf-8");
-    QCOMPARE(part[ContentType], QStringLiteral("; charset=utf-8"));
-    QCOMPARE(part.content, QByteArray("x"));
-}
-
-void TestMimePart::setPlainAndHtmlReplaceType()
-{
-    MimePart part(QStringLiteral("application/octet-stream"));
-    part.setPlainText(QStringLiteral("a"), "utf-8");
-    part.setPlainText(QStringLiteral("\u00E9"), "ISO-8859-1");
-    QCOMPARE(part[ContentType], QStringLiteral("text/plain; charset=ISO-8859-1"));
-    QCOMPARE(part.content, QByteArray("\xE9"));
-
-    part.setHtmlText(QStringLiteral("<p>x</p>"), "utf-8");
-    QCOMPARE(part[ContentType], QStringLiteral("text/html; charset=utf-8"));
-    QCOMPARE(part.content, QByteArray("<p>x</p>"));
-    QCOMPARE(part.headers.size(), 1);
 }
 
 void TestMimePart::contentDisposition_data()
@@ -265,16 +164,10 @@ void TestMimePart::contentDisposition_data()
     QTest::addColumn<QString>("fileName");
     QTest::addColumn<QString>("expected");
 
-    QTest::newRow("with file name") << QStringLiteral("attachment") << QStringLiteral("a.pdf")
-                                    << QStringLiteral("attachment; filename=\"a.pdf\"");
-    QTest::newRow("without file name") << QStringLiteral("attachment") << QString()
-                                       << QStringLiteral("attachment");
-    QTest::newRow("name inserted as it is")
-        << QStringLiteral("inline") << QStringLiteral("sch\u00F6n \"1\".png")
-        << QStringLiteral("inline; filename=\"sch\u00F6n \"1\".png\"");
-    QTest::newRow("placeholders in the name stay")
-        << QStringLiteral("attachment") << QStringLiteral("%1.txt")
-        << QStringLiteral("attachment; filename=\"%1.txt\"");
+    QTest::newRow("with file name") << "attachment" << "a.pdf" << "attachment; filename=\"a.pdf\"";
+    QTest::newRow("without file name") << "attachment" << QString() << "attachment";
+    QTest::newRow("name inserted as it is, placeholders too")
+        << "inline" << "sch\u00F6n \"%1\".png" << "inline; filename=\"sch\u00F6n \"%1\".png\"";
 }
 
 void TestMimePart::contentDisposition()
@@ -298,27 +191,21 @@ void TestMimePart::copyContentFrom()
     source[QStringLiteral("Contentious")] = QStringLiteral("prefix only");
     source[QStringLiteral("content-type")] = QStringLiteral("lower");
     source[QStringLiteral("Contact-Name")] = QStringLiteral("Jane");
-    source[QStringLiteral("X-Other")] = QStringLiteral("o");
     source.content = "<p>x</p>";
     source.attach(QStringLiteral("image/png"));
 
     MimePart target(QStringLiteral("multipart/alternative"));
     target[QStringLiteral("X-Own")] = QStringLiteral("kept");
-    target[QStringLiteral("Content-ID")] = QStringLiteral("<kept>");
     target.attach(QStringLiteral("text/plain"));
-    target.attach(QStringLiteral("text/html"));
 
     target.copyContentFrom(source);
-
     QCOMPARE(target.content, QByteArray("<p>x</p>"));
     QVERIFY(target.parts.isEmpty());
-    QCOMPARE(target.headers,
-             (QMap<QString, QString>{{"Content-Disposition", "inline"},
-                                     {"Content-ID", "<kept>"},
-                                     {"Content-Transfer-Encoding", "8bit"},
-                                     {"Content-Type", "text/html"},
-                                     {"Contentious", "prefix only"},
-                                     {"X-Own", "kept"}}));
+    QCOMPARE(target.headers, (QMap<QString, QString>{{"Content-Disposition", "inline"},
+                                                     {"Content-Transfer-Encoding", "8bit"},
+                                                     {"Content-Type", "text/html"},
+                                                     {"Contentious", "prefix only"},
+                                                     {"X-Own", "kept"}}));
     QCOMPARE(source.parts.size(), 1);
 }
 
@@ -332,52 +219,43 @@ void TestMimePart::copyContentFromOwnChild()
     root.attach(QStringLiteral("image/gif"));
 
     root.copyContentFrom(root.parts.at(0));
-
     QCOMPARE(root.content, QByteArray("body"));
     QVERIFY(root.parts.isEmpty());
-    QCOMPARE(root[ContentType], QStringLiteral("text/plain; charset=utf-8"));
-    QCOMPARE(root[QStringLiteral("Content-Disposition")], QStringLiteral("inline"));
+    QCOMPARE(root.headers, (QMap<QString, QString>{{"Content-Disposition", "inline"},
+                                                   {"Content-Type", "text/plain; charset=utf-8"}}));
+}
+
+void TestMimePart::setFile_data()
+{
+    QTest::addColumn<QByteArray>("file"); // no file when null
+    QTest::addColumn<QByteArray>("before");
+    QTest::addColumn<QByteArray>("after");
+
+    const QByteArray binary("\x00\x01\xFFpdf bytes\r\n", 14);
+    QTest::newRow("fresh node gets the file") << binary << QByteArray() << binary;
+    QTest::newRow("overwrites from the start") << QByteArray("abc") << QByteArray("0123456789")
+                                               << QByteArray("abc3456789");
+    QTest::newRow("missing file keeps the content") << QByteArray() << QByteArray("kept") << QByteArray("kept");
 }
 
 void TestMimePart::setFile()
 {
+    QFETCH(QByteArray, file);
+    QFETCH(QByteArray, before);
+    QFETCH(QByteArray, after);
+
     QTemporaryDir dir;
     QVERIFY(dir.isValid());
-    const QByteArray bytes("\x00\x01\xFFpdf bytes\r\n", 14);
-    const QString path = writeFile(dir, QStringLiteral("a.pdf"), bytes);
-    QVERIFY(!path.isEmpty());
-
+    const QString path = dir.filePath(QStringLiteral("a.pdf"));
+    if (!file.isNull()) {
+        QFile out(path);
+        QVERIFY(out.open(QIODevice::WriteOnly) && out.write(file) == file.size());
+    }
     MimePart part(QStringLiteral("application/pdf"));
+    part.content = before;
     part.setFile(path);
-    QCOMPARE(part.content, bytes);
-    QCOMPARE(part[ContentType], QStringLiteral("application/pdf"));
-    QCOMPARE(part.headers.size(), 1);
-}
-
-void TestMimePart::setFileOverwritesFromStart()
-{
-    QTemporaryDir dir;
-    QVERIFY(dir.isValid());
-    const QString path = writeFile(dir, QStringLiteral("abc.txt"), "abc");
-    QVERIFY(!path.isEmpty());
-
-    MimePart part(QStringLiteral("text/plain"));
-    part.content = "0123456789";
-    part.setFile(path);
-    QCOMPARE(part.content, QByteArray("abc3456789"));
-}
-
-void TestMimePart::setFileMissing()
-{
-    QTemporaryDir dir;
-    QVERIFY(dir.isValid());
-    MimePart part(QStringLiteral("text/plain"));
-    part.content = "kept";
-    part.setFile(dir.filePath(QStringLiteral("does-not-exist")));
-    QCOMPARE(part.content, QByteArray("kept"));
-    QTest::ignoreMessage(QtWarningMsg, "QFSFileEngine::open: No file name specified");
-    part.setFile(QString());
-    QCOMPARE(part.content, QByteArray("kept"));
+    QCOMPARE(part.content, after);
+    QCOMPARE(part.headers, (QMap<QString, QString>{{"Content-Type", "application/pdf"}}));
 }
 
 void TestMimePart::setImage()
@@ -387,37 +265,28 @@ void TestMimePart::setImage()
 
     MimePart part(QStringLiteral("image/png"));
     part.setImage(image, "PNG");
-    QVERIFY(part.content.startsWith("\x89PNG"));
-    QImage decoded;
-    QVERIFY(decoded.loadFromData(part.content, "PNG"));
-    QCOMPARE(decoded.size(), image.size());
-    QCOMPARE(part[ContentType], QStringLiteral("image/png"));
+    QCOMPARE(QImage::fromData(part.content, "PNG").size(), image.size());
+    QCOMPARE(part.headers, (QMap<QString, QString>{{"Content-Type", "image/png"}}));
 
     // Older bytes beyond the new image stay behind it.
-    MimePart longer(QStringLiteral("image/png"));
-    longer.content = QByteArray(5000, 'x');
-    longer.setImage(image, "PNG");
-    QCOMPARE(longer.content.size(), 5000);
-    QVERIFY(longer.content.startsWith("\x89PNG"));
-    QVERIFY(longer.content.endsWith("xxxx"));
+    part.content = QByteArray(5000, 'x');
+    part.setImage(image, "PNG");
+    QCOMPARE(part.content.size(), 5000);
+    QVERIFY(part.content.startsWith("\x89PNG"));
+    QVERIFY(part.content.endsWith("xxxx"));
 }
 
 void TestMimePart::copiesAreIndependent()
 {
     MimePart original(QStringLiteral("multipart/mixed"));
     original.attach(QStringLiteral("text/plain")).content = "one";
-
     MimePart copy = original;
     copy[0].content = "changed";
-    copy[QStringLiteral("X-Copy")] = QStringLiteral("1");
     copy.attach(QStringLiteral("image/png"));
-
     QCOMPARE(original.parts.size(), 1);
     QCOMPARE(original.parts.at(0).content, QByteArray("one"));
-    QVERIFY(!original.headers.contains(QStringLiteral("X-Copy")));
-
-    original[0][QStringLiteral("X-Original")] = QStringLiteral("1");
-    QVERIFY(!copy.parts.at(0).headers.contains(QStringLiteral("X-Original")));
+    original[0][ContentType] = QStringLiteral("text/html");
+    QCOMPARE(copy.parts.at(0)[ContentType], QStringLiteral("text/plain"));
 }
 
 QTEST_MAIN(TestMimePart)

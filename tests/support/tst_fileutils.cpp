@@ -3,25 +3,19 @@
 #include "support/FileUtils.h"
 
 #include <QBuffer>
-#include <QTemporaryFile>
 
 using oru::FileUtils;
 
 namespace {
 
-// A sequential source whose data arrives in chunks: a chunk becomes readable
-// only when the reader waits for it. Records the waits it was asked for.
+// A sequential source whose chunks become readable one per wait; it records
+// the wait times it was given.
 class TrickleDevice : public QIODevice
 {
 public:
-    explicit TrickleDevice(const QList<QByteArray> &chunks)
-        : m_pending(chunks)
-    {
-    }
-
+    explicit TrickleDevice(const QList<QByteArray> &chunks) : m_pending(chunks) {}
     bool isSequential() const override { return true; }
     qint64 bytesAvailable() const override { return m_ready.size() + QIODevice::bytesAvailable(); }
-
     bool waitForReadyRead(int msecs) override
     {
         waits.append(msecs);
@@ -30,15 +24,14 @@ public:
         m_ready += m_pending.takeFirst();
         return true;
     }
-
     QList<int> waits;
 
 protected:
     qint64 readData(char *data, qint64 maxSize) override
     {
-        const qint64 n = qMin<qint64>(maxSize, m_ready.size());
+        const int n = int(qMin<qint64>(maxSize, m_ready.size()));
         memcpy(data, m_ready.constData(), size_t(n));
-        m_ready.remove(0, int(n));
+        m_ready.remove(0, n);
         return n;
     }
     qint64 writeData(const char *, qint64) override { return -1; }
@@ -52,34 +45,29 @@ private:
 class SmallSink : public QIODevice
 {
 public:
-    explicit SmallSink(qint64 capacity)
-        : m_capacity(capacity)
-    {
-    }
-
+    explicit SmallSink(int capacity) : m_capacity(capacity) {}
     QByteArray received;
 
 protected:
     qint64 readData(char *, qint64) override { return -1; }
     qint64 writeData(const char *data, qint64 size) override
     {
-        const qint64 n = qMin(size, m_capacity - received.size());
+        const int n = int(qMin<qint64>(size, m_capacity - received.size()));
         if (n <= 0)
             return -1;
-        received.append(data, int(n));
+        received.append(data, n);
         return n;
     }
 
 private:
-    qint64 m_capacity;
+    int m_capacity;
 };
 
 QByteArray pattern(int size)
 {
-    QByteArray bytes;
-    bytes.reserve(size);
+    QByteArray bytes(size, Qt::Uninitialized);
     for (int i = 0; i < size; ++i)
-        bytes.append(char(i * 7 % 256));
+        bytes[i] = char(i * 7 % 256);
     return bytes;
 }
 
@@ -93,7 +81,6 @@ private slots:
     void copyRandomAccess_data();
     void copyRandomAccess();
     void copyStartsAtCurrentPositions();
-    void copyFromFile();
     void closedDevicesCopyNothing();
     void sequentialSourceWaitsForMore();
     void refusedWriteEndsCopy();
@@ -123,86 +110,60 @@ void TestFileUtils::copyRandomAccess()
     QByteArray sourceBytes = pattern(size);
     QBuffer source(&sourceBytes);
     QVERIFY(source.open(QIODevice::ReadOnly));
-    QByteArray targetBytes;
-    QBuffer target(&targetBytes);
+    QBuffer target;
     QVERIFY(target.open(QIODevice::WriteOnly));
-
     QCOMPARE(FileUtils::copy(source, target, maxBytes, 0), qint64(expected));
-    QCOMPARE(targetBytes, sourceBytes.left(expected));
+    QCOMPARE(target.data(), sourceBytes.left(expected));
 }
 
 void TestFileUtils::copyStartsAtCurrentPositions()
 {
     QByteArray sourceBytes("0123456789");
     QBuffer source(&sourceBytes);
-    QVERIFY(source.open(QIODevice::ReadOnly));
-    QVERIFY(source.seek(6));
-
+    QVERIFY(source.open(QIODevice::ReadOnly) && source.seek(6));
     QByteArray targetBytes("abcdefgh");
     QBuffer target(&targetBytes);
-    QVERIFY(target.open(QIODevice::ReadWrite));
-    QVERIFY(target.seek(2));
-
+    QVERIFY(target.open(QIODevice::ReadWrite) && target.seek(2));
     QCOMPARE(FileUtils::copy(source, target, 100, 0), qint64(4));
     QCOMPARE(targetBytes, QByteArray("ab6789gh"));
-}
-
-void TestFileUtils::copyFromFile()
-{
-    const QByteArray bytes = pattern(70000);
-    QTemporaryFile file;
-    QVERIFY(file.open());
-    QCOMPARE(file.write(bytes), qint64(bytes.size()));
-    QVERIFY(file.seek(0));
-
-    QByteArray targetBytes;
-    QBuffer target(&targetBytes);
-    QVERIFY(target.open(QIODevice::WriteOnly));
-    QCOMPARE(FileUtils::copy(file, target, 4294967295LL, 30000), qint64(bytes.size()));
-    QVERIFY(targetBytes == bytes);
 }
 
 void TestFileUtils::closedDevicesCopyNothing()
 {
     QByteArray sourceBytes("data");
     QBuffer closedSource(&sourceBytes);
-    QByteArray targetBytes;
-    QBuffer target(&targetBytes);
+    QBuffer target;
     QVERIFY(target.open(QIODevice::WriteOnly));
     QCOMPARE(FileUtils::copy(closedSource, target, 100, 0), qint64(0));
-    QVERIFY(targetBytes.isEmpty());
+    QVERIFY(target.data().isEmpty());
 
     QBuffer source(&sourceBytes);
     QVERIFY(source.open(QIODevice::ReadOnly));
-    QBuffer closedTarget(&targetBytes);
+    QBuffer closedTarget;
     QCOMPARE(FileUtils::copy(source, closedTarget, 100, 0), qint64(0));
-    QVERIFY(targetBytes.isEmpty());
-
-    QBuffer readOnlyTarget(&targetBytes);
+    QBuffer readOnlyTarget;
     QVERIFY(readOnlyTarget.open(QIODevice::ReadOnly));
     QCOMPARE(FileUtils::copy(source, readOnlyTarget, 100, 0), qint64(0));
+    QVERIFY(closedTarget.data().isEmpty() && readOnlyTarget.data().isEmpty());
 }
 
 void TestFileUtils::sequentialSourceWaitsForMore()
 {
-    TrickleDevice source({QByteArray("abc"), QByteArray("defg"), QByteArray("h")});
+    TrickleDevice source({"abc", "defg", "h"});
     QVERIFY(source.open(QIODevice::ReadOnly));
-    QByteArray targetBytes;
-    QBuffer target(&targetBytes);
+    QBuffer target;
     QVERIFY(target.open(QIODevice::WriteOnly));
-
     QCOMPARE(FileUtils::copy(source, target, 100, 1234), qint64(8));
-    QCOMPARE(targetBytes, QByteArray("abcdefgh"));
+    QCOMPARE(target.data(), QByteArray("abcdefgh"));
     // Three waits that brought data and a last one that ended the copy.
     QCOMPARE(source.waits, (QList<int>{1234, 1234, 1234, 1234}));
 
-    TrickleDevice limited({QByteArray("abc"), QByteArray("def")});
+    TrickleDevice limited({"abc", "def"});
     QVERIFY(limited.open(QIODevice::ReadOnly));
-    QByteArray limitedBytes;
-    QBuffer limitedTarget(&limitedBytes);
+    QBuffer limitedTarget;
     QVERIFY(limitedTarget.open(QIODevice::WriteOnly));
     QCOMPARE(FileUtils::copy(limited, limitedTarget, 5, 10), qint64(5));
-    QCOMPARE(limitedBytes, QByteArray("abcde"));
+    QCOMPARE(limitedTarget.data(), QByteArray("abcde"));
 }
 
 void TestFileUtils::refusedWriteEndsCopy()
