@@ -46,11 +46,6 @@ void TestEMail::skeleton()
 
     QCOMPARE(&mail.plainTextContent(), &mail[0][0]);
     QCOMPARE(&mail.htmlTextContent(), &mail[0][1]);
-
-    // Attachments follow the alternative container.
-    mail.attach(QStringLiteral("text/csv")).content = "a,b";
-    QCOMPARE(mail.parts.size(), 2);
-    QCOMPARE(mail.parts.at(1).content, QByteArray("a,b"));
 }
 
 void TestEMail::textAlternatives_data()
