@@ -1,26 +1,29 @@
 #ifndef QUILLET_TESTS_FAKEPROGRAM_H
 #define QUILLET_TESTS_FAKEPROGRAM_H
 
-// Stand-ins for mail programs: shell scripts that record their working
-// directory and argument vector, NUL-separated, into a file and exit with
-// the status in FAKE_STATUS (0 when unset).
+// Stand-in mail programs: shell scripts that record their working directory
+// and arguments, each ended by a NUL, and exit with $FAKE_STATUS (default 0).
 
+#include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QStringList>
 
 namespace fake {
 
+// Writes a file and its folder; executable unless told otherwise.
 inline bool writeFile(const QString &path, const QByteArray &content, bool executable = true)
 {
     QFile file(path);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate) || file.write(content) != content.size())
+    if (!QDir().mkpath(QFileInfo(path).path()) || !file.open(QIODevice::WriteOnly | QIODevice::Truncate)
+        || file.write(content) != content.size())
         return false;
     file.close();
-    return file.setPermissions(executable ? QFile::permissions(path) | QFile::ExeOwner | QFile::ExeGroup
+    return file.setPermissions(executable ? QFile::permissions(path) | QFile::ExeOwner
                                           : QFile::ReadOwner | QFile::WriteOwner);
 }
 
-// The record appears at once, complete, when the program is done with it.
+// The record appears complete, by a rename, once the program is done.
 inline bool writeRecorder(const QString &path, const QString &record)
 {
     const QByteArray rec = record.toUtf8();
@@ -33,12 +36,9 @@ inline QStringList readRecord(const QString &record)
 {
     QFile file(record);
     QStringList fields;
-    if (!file.open(QIODevice::ReadOnly))
-        return fields;
-    QList<QByteArray> raw = file.readAll().split('\0');
-    raw.removeLast(); // after the final NUL
-    for (const QByteArray &field : raw)
-        fields << QString::fromUtf8(field);
+    const QList<QByteArray> raw = file.open(QIODevice::ReadOnly) ? file.readAll().split('\0') : QList<QByteArray>();
+    for (int i = 0; i + 1 < raw.size(); ++i) // nothing follows the last NUL
+        fields << QString::fromUtf8(raw.at(i));
     return fields;
 }
 

@@ -1,38 +1,31 @@
 #include "ToolRun.h"
 
-#include <QFile>
 #include <QProcess>
+#include <QRegularExpression>
 
 QStringList ToolResult::outcomeLines() const
 {
-    QStringList lines;
-    const QStringList all = out.split(QLatin1Char('\n'), Qt::SkipEmptyParts);
-    for (const QString& line : all) {
-        if (line.startsWith(QLatin1String("job ")))
-            lines << line;
-    }
-    return lines;
+    return out.split(QLatin1Char('\n')).filter(QRegularExpression(QStringLiteral("^job ")));
 }
 
 QString ToolResult::describe() const
 {
-    return QStringLiteral("finished %1, exit %2\n--- stdout\n%3--- stderr\n%4")
-        .arg(finished)
-        .arg(exitCode)
-        .arg(out, err);
+    return QStringLiteral("finished %1, exit %2\n--- stdout\n%3--- stderr\n%4").arg(finished).arg(exitCode).arg(out, err);
 }
 
-QProcessEnvironment toolEnvironment()
+QProcessEnvironment toolEnvironment(const QString& password)
 {
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     for (const char* name : {"QUILLET_PASSWORD", "ProgramFiles", "ProgramFiles(x86)", "DISPLAY", "WAYLAND_DISPLAY"})
         environment.remove(QLatin1String(name));
     environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
+    if (!password.isEmpty())
+        environment.insert(QStringLiteral("QUILLET_PASSWORD"), password);
     return environment;
 }
 
-ToolResult runTool(const QStringList& arguments, const QProcessEnvironment& environment,
-                   const QByteArray& input, int timeoutMs)
+ToolResult runTool(const QStringList& arguments, const QProcessEnvironment& environment, const QByteArray& input,
+                   int timeoutMs)
 {
     ToolResult result;
     QProcess process;
@@ -42,8 +35,7 @@ ToolResult runTool(const QStringList& arguments, const QProcessEnvironment& envi
         result.err = process.errorString();
         return result;
     }
-    if (!input.isEmpty())
-        process.write(input);
+    process.write(input);
     process.closeWriteChannel();
     result.finished = process.waitForFinished(timeoutMs);
     if (!result.finished) {
@@ -54,21 +46,4 @@ ToolResult runTool(const QStringList& arguments, const QProcessEnvironment& envi
     result.out = QString::fromLocal8Bit(process.readAllStandardOutput());
     result.err = QString::fromLocal8Bit(process.readAllStandardError());
     return result;
-}
-
-bool writeFile(const QString& path, const QByteArray& bytes)
-{
-    QFile file(path);
-    return file.open(QIODevice::WriteOnly | QIODevice::Truncate) && file.write(bytes) == bytes.size();
-}
-
-QByteArray patternBytes(int size, int seed)
-{
-    QByteArray bytes(size, Qt::Uninitialized);
-    quint32 state = quint32(seed) * 2654435761u + 1;
-    for (int i = 0; i < size; ++i) {
-        state = state * 1103515245u + 12345u;
-        bytes[i] = char(state >> 24);
-    }
-    return bytes;
 }

@@ -1,35 +1,28 @@
 #pragma once
 
-// Runs the quillet-send program the way a user does and captures what it
-// printed. Every wait is bounded.
+// Runs quillet-send the way a user does and captures what it printed.
+// Every wait is bounded.
 
-#include <QByteArray>
+#include "mailto/FakeProgram.h"
+
 #include <QProcessEnvironment>
-#include <QString>
 #include <QStringList>
 
 struct ToolResult
 {
-    bool finished = false;  //!< false: killed after the time-out
+    bool finished = false; //!< false: killed after the time-out
     int exitCode = -1;
     QString out;
     QString err;
 
     //! The stdout lines that report an outcome ("job J: CODE TEXT").
     QStringList outcomeLines() const;
-    //! For failure messages.
-    QString describe() const;
+    QString describe() const; //!< for failure messages
 };
 
-//! The environment a test run starts from: the test's own, without the
-//! password variable and the program roots, so nothing leaks in.
-QProcessEnvironment toolEnvironment();
+//! The test's own environment without the program roots, a display, or a
+//! password other than the one given.
+QProcessEnvironment toolEnvironment(const QString& password = QString());
 
-ToolResult runTool(const QStringList& arguments,
-                   const QProcessEnvironment& environment = toolEnvironment(),
+ToolResult runTool(const QStringList& arguments, const QProcessEnvironment& environment = toolEnvironment(),
                    const QByteArray& input = QByteArray(), int timeoutMs = 60000);
-
-//! Writes bytes to a file; false when that fails.
-bool writeFile(const QString& path, const QByteArray& bytes);
-//! Deterministic bytes of every value, for attachments.
-QByteArray patternBytes(int size, int seed);

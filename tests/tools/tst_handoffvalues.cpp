@@ -12,21 +12,6 @@
 using send::HandOffKind;
 using send::HandOffMessage;
 
-namespace {
-
-const QString kTricky = QString::fromUtf8("50% & more #1 = %2 for caf\u00e9?\nNext line + \"quote\"");
-
-// The library's own filling of the template of app.
-oru::AppCall filled(oru::MailTo::EApp app, const HandOffMessage& prepared)
-{
-    oru::MailTo mailTo;
-    mailTo[app] = oru::AppCall(oru::AppCall::eUrl, QString(), QString(), false, oru::MailTo::defaultParamSet(app));
-    return mailTo.call(app, prepared.subject, prepared.body, prepared.attachments,
-                       prepared.recipients.join(QLatin1Char(',')));
-}
-
-} // namespace
-
 class tst_HandOffValues : public QObject
 {
     Q_OBJECT
@@ -45,10 +30,10 @@ void tst_HandOffValues::mailtoUrlCarriesEveryText_data()
     QTest::addColumn<QString>("subject");
     QTest::addColumn<QString>("body");
 
-    QTest::newRow("plain") << "Hello" << "Body";
     QTest::newRow("url syntax in the subject") << "a&cc=x@example.org#top?" << "b";
     QTest::newRow("placeholders before later values") << "%0A %1 %3 %L2" << "body %4";
-    QTest::newRow("everything at once") << kTricky << kTricky;
+    const QString tricky = QString::fromUtf8("50% & more #1 = %2 for caf\u00e9?\nNext line + \"quote\"");
+    QTest::newRow("everything at once") << tricky << tricky;
 }
 
 void tst_HandOffValues::mailtoUrlCarriesEveryText()
@@ -65,7 +50,12 @@ void tst_HandOffValues::mailtoUrlCarriesEveryText()
     QString error;
     QVERIFY2(send::prepareHandOff(HandOffKind::Url, message, &prepared, &error), qPrintable(error));
 
-    const oru::AppCall call = filled(oru::MailTo::eMailtoUrl, prepared);
+    // Filled into the library's own template, as the hand-off does.
+    oru::MailTo mailTo;
+    mailTo[oru::MailTo::eMailtoUrl] = oru::AppCall(oru::AppCall::eUrl, "", "", false,
+                                                   oru::MailTo::defaultParamSet(oru::MailTo::eMailtoUrl));
+    const oru::AppCall& call = mailTo.call(oru::MailTo::eMailtoUrl, prepared.subject, prepared.body,
+                                           prepared.attachments, prepared.recipients.join(','));
     const QUrl url(call.mergeParams(false), QUrl::TolerantMode);
     QVERIFY2(url.isValid(), qPrintable(url.errorString()));
     QCOMPARE(url.scheme(), QStringLiteral("mailto"));
@@ -84,10 +74,8 @@ void tst_HandOffValues::appleScriptEscapes_data()
     QTest::addColumn<QString>("escaped");  // inside "..." inside a single-quoted shell word
 
     QTest::newRow("plain") << "Hello there" << "Hello there";
-    QTest::newRow("double quote") << "Say \"hi\"" << "Say \\\"hi\\\"";
-    QTest::newRow("apostrophe") << "It's" << "It'\\''s";
-    QTest::newRow("backslash") << "C:\\temp" << "C:\\\\temp";
-    QTest::newRow("all three") << "\\\"'" << "\\\\\\\"'\\''";
+    QTest::newRow("backslash, double quote, apostrophe") << "C:\\temp \"hi\" it's \\\"'"
+                                                          << "C:\\\\temp \\\"hi\\\" it'\\''s \\\\\\\"'\\''";
 }
 
 void tst_HandOffValues::appleScriptEscapes()
@@ -120,13 +108,10 @@ void tst_HandOffValues::refusesWhatCannotBeCarried_data()
     const int outlook = int(HandOffKind::Outlook), url = int(HandOffKind::Url);
     QTest::newRow("applescript, placeholder in subject") << applescript << "Take %2" << QStringList() << "--subject";
     QTest::newRow("applescript, percent without digit") << applescript << "100% sure" << QStringList() << "";
-    QTest::newRow("thunderbird, apostrophe") << thunderbird << "It's" << QStringList() << "--subject";
     QTest::newRow("thunderbird, comma in one of two paths")
         << thunderbird << "x" << QStringList{"/a,b.txt", "/c.txt"} << "--attach";
     QTest::newRow("thunderbird, comma in the only path") << thunderbird << "x" << QStringList{"/a,b.txt"} << "";
-    QTest::newRow("outlook, two attachments") << outlook << "x" << QStringList{"/a", "/b"} << "--attach";
     QTest::newRow("outlook, quote in path") << outlook << "x" << QStringList{"/a\"b"} << "--attach";
-    QTest::newRow("url, two attachments") << url << "x" << QStringList{"/a", "/b"} << "--attach";
     QTest::newRow("url, placeholder in subject") << url << "%1%2" << QStringList{"/a"} << "";
 }
 

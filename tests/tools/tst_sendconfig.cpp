@@ -6,34 +6,12 @@
 #include "ScriptedSmtpPeer.h"
 #include "ToolRun.h"
 
-#include <QFile>
 #include <QTemporaryDir>
 #include <QtTest>
 
 namespace {
-
 const QString kUser = QStringLiteral("joe");
 const QString kPassword = QStringLiteral("pass-word-42");
-
-// STARTTLS, then AUTH LOGIN as kUser, then one message.
-QStringList loginScript()
-{
-    using Peer = ScriptedSmtpPeer;
-    return Peer::greetingAndEhlo({"STARTTLS"}) + Peer::startTls({"AUTH LOGIN"}) + Peer::authLogin(kUser, kPassword)
-        + Peer::envelope("sender@example.org", {"ann@example.org"}) + Peer::dataAndQuit();
-}
-
-QStringList messageArguments()
-{
-    return {"--from", "sender@example.org", "--to", "ann@example.org", "--subject", "settings", "--text", "body"};
-}
-
-QByteArray readAll(const QString& path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
 } // namespace
 
 class tst_SendConfig : public QObject
@@ -41,119 +19,90 @@ class tst_SendConfig : public QObject
     Q_OBJECT
 
 private slots:
-    void initTestCase();
-    void savedSettingsSendAgain_data();
-    void savedSettingsSendAgain();
-    void readsHandWrittenSettings_data();
-    void readsHandWrittenSettings();
+    void settingsSendAgain_data();
+    void settingsSendAgain();
 
 private:
-    static QProcessEnvironment withPassword();
     QTemporaryDir m_dir;
 };
 
-void tst_SendConfig::initTestCase()
+void tst_SendConfig::settingsSendAgain_data()
 {
-    QVERIFY(m_dir.isValid());
-}
-
-QProcessEnvironment tst_SendConfig::withPassword()
-{
-    QProcessEnvironment environment = toolEnvironment();
-    environment.insert(QStringLiteral("QUILLET_PASSWORD"), kPassword);
-    return environment;
-}
-
-void tst_SendConfig::savedSettingsSendAgain_data()
-{
+    // content empty: --save-config writes the file with the server's settings
+    // (a wrong port when the send arguments give the port) and the save
+    // arguments, the password in the environment. %PORT%: the server's port.
     QTest::addColumn<QString>("fileName");
-    QTest::addColumn<QString>("group");  // empty: the default group
-    QTest::addColumn<bool>("portOnCommandLine");
-
-    QTest::newRow("ini, default group") << "work.ini" << "" << false;
-    QTest::newRow("ini, own group") << "work.conf" << "office" << false;
-    QTest::newRow("xml, default group") << "work.xml" << "" << false;
-    QTest::newRow("xml, own group") << "Work.XML" << "office" << false;
-    QTest::newRow("ini, command line port wins") << "port.ini" << "" << true;
-    QTest::newRow("xml, command line port wins") << "port.xml" << "" << true;
-}
-
-void tst_SendConfig::savedSettingsSendAgain()
-{
-    QFETCH(QString, fileName);
-    QFETCH(QString, group);
-    QFETCH(bool, portOnCommandLine);
-
-    ScriptedSmtpPeer peer;
-    QVERIFY2(peer.setScript(loginScript()), qPrintable(peer.failure()));
-    QVERIFY2(peer.start(), qPrintable(peer.failure()));
-    const QString port = QString::number(peer.port());
-    const QString path = m_dir.filePath(fileName);
-    const QStringList groupArguments =
-        group.isEmpty() ? QStringList() : QStringList{QStringLiteral("--config-group"), group};
-
-    // Saved with the password in the environment, which must stay out.
-    const ToolResult saved = runTool(QStringList{"--server", "127.0.0.1", "--port", portOnCommandLine ? "2" : port,
-                                                 "--starttls", "--user", kUser, "--save-config", path}
-                                         + groupArguments,
-                                     withPassword());
-    QVERIFY2(saved.finished && saved.exitCode == 0, qPrintable(saved.describe()));
-    QVERIFY(saved.outcomeLines().isEmpty());
-    const QByteArray content = readAll(path);
-    QVERIFY2(content.contains("127.0.0.1") && content.contains(kUser.toUtf8()), content.constData());
-    QVERIFY2(!content.contains(kPassword.toUtf8()), content.constData());
-    QVERIFY2(content.contains((group.isEmpty() ? QStringLiteral("smtp") : group).toUtf8()), content.constData());
-
-    QStringList arguments = QStringList{"--config", path} + groupArguments + messageArguments();
-    if (portOnCommandLine)
-        arguments << "--port" << port;
-    const ToolResult sent = runTool(arguments, withPassword());
-    QVERIFY2(sent.finished && sent.exitCode == 0, qPrintable(sent.describe()));
-    QVERIFY(peer.waitForFinished(10000));
-    QVERIFY2(peer.scriptCompleted(), qPrintable(peer.failure()));
-    QCOMPARE(peer.data().size(), 1);
-}
-
-void tst_SendConfig::readsHandWrittenSettings_data()
-{
-    QTest::addColumn<QString>("fileName");
-    QTest::addColumn<QString>("content");  // %PORT% stands for the server's port
-    QTest::addColumn<QStringList>("arguments");
+    QTest::addColumn<QString>("content");
+    QTest::addColumn<QStringList>("saveArguments");
+    QTest::addColumn<QStringList>("sendArguments");
     QTest::addColumn<bool>("passwordInEnvironment");
 
+    const QStringList office{"--config-group", "office"};
+    QTest::newRow("saved ini, default group") << "work.ini" << "" << QStringList() << QStringList() << true;
+    QTest::newRow("saved ini, own group") << "work.conf" << "" << office << office << true;
+    QTest::newRow("saved xml, default group") << "work.xml" << "" << QStringList() << QStringList() << true;
+    QTest::newRow("saved xml, own group") << "Work.XML" << "" << office << office << true;
+    QTest::newRow("saved ini, command line port wins") << "port.ini" << "" << QStringList()
+                                                       << QStringList{"--port", "%PORT%"} << true;
+    QTest::newRow("saved xml, command line port wins") << "port.xml" << "" << QStringList()
+                                                       << QStringList{"--port", "%PORT%"} << true;
     QTest::newRow("ini with its own password")
         << "own-password.ini"
         << QStringLiteral("[smtp]\nhost=127.0.0.1\nport=%PORT%\ntls=true\nuser=%1\npassword=%2\n").arg(kUser, kPassword)
-        << QStringList() << false;
+        << QStringList() << QStringList() << false;
     QTest::newRow("xml group inside other settings")
         << "nested.xml"
         << QStringLiteral("<?xml version=\"1.0\"?>\n<settings><ui><Host>wrong.example.org</Host></ui>"
                           "<mail><Host>127.0.0.1</Host><Port>%PORT%</Port><TLS>true</TLS>"
                           "<User>%1</User></mail></settings>\n").arg(kUser)
-        << QStringList{"--config-group", "mail"} << true;
-    QTest::newRow("user given on the command line")
-        << "no-user.ini" << QStringLiteral("[smtp]\nhost=127.0.0.1\nport=%PORT%\ntls=true\n")
-        << QStringList{"--user", kUser} << true;
+        << QStringList() << QStringList{"--config-group", "mail"} << true;
+    QTest::newRow("user given on the command line") << "no-user.ini" << "[smtp]\nhost=127.0.0.1\nport=%PORT%\ntls=true\n"
+                                                    << QStringList() << QStringList{"--user", kUser} << true;
 }
 
-void tst_SendConfig::readsHandWrittenSettings()
+void tst_SendConfig::settingsSendAgain()
 {
     QFETCH(QString, fileName);
     QFETCH(QString, content);
-    QFETCH(QStringList, arguments);
+    QFETCH(QStringList, saveArguments);
+    QFETCH(QStringList, sendArguments);
     QFETCH(bool, passwordInEnvironment);
 
-    ScriptedSmtpPeer peer;
-    QVERIFY2(peer.setScript(loginScript()), qPrintable(peer.failure()));
-    QVERIFY2(peer.start(), qPrintable(peer.failure()));
+    // STARTTLS, then AUTH LOGIN as kUser, then one message.
+    using Peer = ScriptedSmtpPeer;
+    Peer peer;
+    QVERIFY2(peer.setScript(Peer::greetingAndEhlo({"STARTTLS"}) + Peer::startTls({"AUTH LOGIN"})
+                            + Peer::authLogin(kUser, kPassword) + Peer::envelope("sender@example.org", {"ann@example.org"})
+                            + Peer::dataAndQuit())
+                 && peer.start(),
+             qPrintable(peer.failure()));
+    const QString port = QString::number(peer.port());
     const QString path = m_dir.filePath(fileName);
-    QVERIFY(writeFile(path, content.replace(QLatin1String("%PORT%"), QString::number(peer.port())).toUtf8()));
+    sendArguments.replaceInStrings("%PORT%", port);
 
-    const ToolResult sent = runTool(QStringList{"--config", path} + arguments + messageArguments(),
-                                    passwordInEnvironment ? withPassword() : toolEnvironment());
+    if (content.isEmpty()) {
+        const QString savedPort = sendArguments.contains("--port") ? "2" : port;
+        const ToolResult saved = runTool(QStringList{"--server", "127.0.0.1", "--port", savedPort, "--starttls", "--user",
+                                                     kUser, "--save-config", path} + saveArguments,
+                                         toolEnvironment(kPassword));
+        QVERIFY2(saved.finished && saved.exitCode == 0 && saved.outcomeLines().isEmpty(), qPrintable(saved.describe()));
+        QFile file(path);
+        const QByteArray written = file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+        const QString group = saveArguments.contains("--config-group") ? saveArguments.last() : "smtp";
+        QVERIFY2(written.contains("127.0.0.1") && written.contains(kUser.toUtf8()) && written.contains(group.toUtf8()),
+                 written.constData());
+        QVERIFY2(!written.contains(kPassword.toUtf8()), written.constData());
+    } else {
+        QVERIFY(fake::writeFile(path, content.replace("%PORT%", port).toUtf8(), false));
+    }
+
+    const ToolResult sent =
+        runTool(QStringList{"--config", path, "--from", "sender@example.org", "--to", "ann@example.org", "--subject",
+                            "settings", "--text", "body"} + sendArguments,
+                toolEnvironment(passwordInEnvironment ? kPassword : QString()));
     QVERIFY2(sent.finished && sent.exitCode == 0, qPrintable(sent.describe()));
-    QVERIFY(peer.waitForFinished(10000));
-    QVERIFY2(peer.scriptCompleted(), qPrintable(peer.failure()));
+    QVERIFY2(peer.waitForFinished(10000) && peer.scriptCompleted(), qPrintable(peer.failure()));
+    QCOMPARE(peer.data().size(), 1);
 }
 
 QTEST_GUILESS_MAIN(tst_SendConfig)
