@@ -89,7 +89,8 @@ void TestQuotedPrintable::decodeBytes_data()
     QTest::newRow("=3D =C3 =0A =7E =E9 =4A give zero")
         << QByteArray("=3D=C3=0A=7E=E9=4A") << QByteArray(6, '\0') << true;
     QTest::newRow("=12 shifts by 6") << QByteArray("=12") << QByteArray("\x40") << true;
-    QTest::newRow("non-hex digits use the same formula") << QByteArray("=!0") << QByteArray("\x10") << true;
+    QTest::newRow("non-hex digits use the same formula, @ below A")
+        << QByteArray("=!0=@0") << QByteArray("\x10\0", 2) << true;
 }
 
 void TestQuotedPrintable::decodeBytes()
