@@ -41,11 +41,7 @@ void tst_HandOffValues::mailtoUrlCarriesEveryText()
     QFETCH(QString, subject);
     QFETCH(QString, body);
 
-    HandOffMessage message;
-    message.recipients = QStringList{"ann@example.org", "bob@example.org"};
-    message.subject = subject;
-    message.body = body;
-    message.attachments = QStringList{"/tmp/figures & more.csv"};
+    const HandOffMessage message{{"ann@example.org", "bob@example.org"}, subject, body, {"/tmp/figures & more.csv"}};
     HandOffMessage prepared;
     QString error;
     QVERIFY2(send::prepareHandOff(HandOffKind::Url, message, &prepared, &error), qPrintable(error));
@@ -83,11 +79,7 @@ void tst_HandOffValues::appleScriptEscapes()
     QFETCH(QString, text);
     QFETCH(QString, escaped);
 
-    HandOffMessage message;
-    message.recipients = QStringList{text};
-    message.subject = text;
-    message.body = text;
-    message.attachments = QStringList{text, text};
+    const HandOffMessage message{{text}, text, text, {text, text}};
     HandOffMessage prepared;
     QString error;
     QVERIFY2(send::prepareHandOff(HandOffKind::AppleScript, message, &prepared, &error), qPrintable(error));
@@ -122,9 +114,7 @@ void tst_HandOffValues::refusesWhatCannotBeCarried()
     QFETCH(QStringList, attachments);
     QFETCH(QString, option);
 
-    HandOffMessage message;
-    message.subject = subject;
-    message.attachments = attachments;
+    const HandOffMessage message{{}, subject, QString(), attachments};
     HandOffMessage prepared;
     QString error;
     const bool accepted = send::prepareHandOff(HandOffKind(kind), message, &prepared, &error);

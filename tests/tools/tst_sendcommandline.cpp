@@ -75,6 +75,10 @@ void tst_SendCommandLine::badInputIsRefusedBeforeSending_data()
     row("user without password", "V|--user|joe", "--user|QUILLET_PASSWORD");
     row("hand-off with copy recipient", "--compose|--to|you@example.org|--cc|carl@example.org", "--cc");
     row("hand-off with missing attachment", "--compose|--to|you@example.org|--attach|%DIR%/missing.pdf", "--attach");
+    row("hand-off, apostrophe for thunderbird", "--compose|--app|thunderbird|--to|a@example.org|--subject|It's", "--subject");
+    row("hand-off, placeholder for thunderbird", "--compose|--app|thunderbird|--to|a@example.org|--text|50%3 off", "--text");
+    row("hand-off, two attachments for outlook",
+        "--compose|--app|outlook|--to|a@example.org|--attach|%DIR%/body.txt|--attach|%DIR%/other-group.ini", "--attach");
 }
 
 void tst_SendCommandLine::badInputIsRefusedBeforeSending()
