@@ -4,20 +4,13 @@
 #include "TestSupportPaths_p.h"
 
 #include <QDeadlineTimer>
-#include <QDir>
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QProcess>
-#include <QTemporaryDir>
 #include <QThread>
 
 namespace {
-
-const int kStopMs = 5000;
-const int kKillMs = 2000;
-const int kSliceMs = 50;
 
 QByteArray readFile(const QString& path)
 {
@@ -27,135 +20,68 @@ QByteArray readFile(const QString& path)
 
 } // namespace
 
-class AiosmtpdServer::Private
+QString AiosmtpdServer::file(int message, const char* suffix) const
 {
-public:
-    QString messagePath(int number, const char* suffix) const
-    {
-        return QDir(outDir()).filePath(QStringLiteral("msg-%1.%2").arg(number).arg(QLatin1String(suffix)));
-    }
-    QString outDir() const { return dir.filePath(QStringLiteral("out")); }
-    QString logPath() const { return dir.filePath(QStringLiteral("server.log")); }
-
-    Options options;
-    QTemporaryDir dir;
-    QProcess process;
-    quint16 port = 0;
-    QString error;
-};
-
-AiosmtpdServer::AiosmtpdServer()
-    : d(new Private)
-{
-}
-
-AiosmtpdServer::AiosmtpdServer(const Options& options)
-    : d(new Private)
-{
-    d->options = options;
-}
-
-AiosmtpdServer::~AiosmtpdServer()
-{
-    stop();
+    return m_dir.filePath(QStringLiteral("out/msg-%1.%2").arg(message).arg(QLatin1String(suffix)));
 }
 
 bool AiosmtpdServer::start()
 {
-    if (d->process.state() != QProcess::NotRunning) {
-        d->error = QStringLiteral("already started");
+    if (!m_dir.isValid() || m_process.state() != QProcess::NotRunning) {
+        m_error = QStringLiteral("already started, or no temporary directory");
         return false;
     }
-    if (!d->dir.isValid()) {
-        d->error = QStringLiteral("no temporary directory: %1").arg(d->dir.errorString());
-        return false;
-    }
-
-    QStringList arguments{testSupportScript(QStringLiteral("aiosmtpd_server.py")),
-                          QStringLiteral("--out"), d->outDir(),
-                          QStringLiteral("--max-seconds"), QString::number(d->options.maxSeconds)};
-    if (d->options.starttls || d->options.smtps) {
+    QStringList arguments{testSupportScript(QStringLiteral("aiosmtpd_server.py")), "--out",
+                          m_dir.filePath(QStringLiteral("out")), "--max-seconds", QString::number(m_options.maxSeconds),
+                          "--line-limit", QString::number(m_options.lineLimit)};
+    if (m_options.starttls || m_options.smtps) {
         const TestCertificate& certificate = TestCertificate::shared();
         if (!certificate.isValid()) {
-            d->error = QStringLiteral("no TLS certificate: %1").arg(certificate.error());
+            m_error = QStringLiteral("no TLS certificate: %1").arg(certificate.error());
             return false;
         }
-        arguments << (d->options.smtps ? QStringLiteral("--smtps") : QStringLiteral("--starttls"))
-                  << QStringLiteral("--cert") << certificate.certificatePath()
-                  << QStringLiteral("--key") << certificate.keyPath();
+        arguments << (m_options.smtps ? "--smtps" : "--starttls") << "--cert" << certificate.certificatePath()
+                  << "--key" << certificate.keyPath();
     }
-    if (!d->options.user.isEmpty())
-        arguments << QStringLiteral("--auth-login") << d->options.user + QLatin1Char(':') + d->options.password;
-    if (d->options.lineLimit > 0)
-        arguments << QStringLiteral("--line-limit") << QString::number(d->options.lineLimit);
+    if (!m_options.user.isEmpty())
+        arguments << "--auth-login" << m_options.user + QLatin1Char(':') + m_options.password;
 
-    // stderr goes to a file so that a chatty server can never block on a
-    // full pipe that nobody reads.
-    d->process.setStandardErrorFile(d->logPath());
-    d->process.start(testSupportPython(), arguments);
-    if (!d->process.waitForStarted(d->options.startTimeoutMs)) {
-        d->error = QStringLiteral("cannot run %1: %2").arg(testSupportPython(), d->process.errorString());
-        return false;
-    }
-
-    const QDeadlineTimer deadline(d->options.startTimeoutMs);
-    while (!d->process.canReadLine()) {
-        if (d->process.state() == QProcess::NotRunning || deadline.hasExpired()) {
-            d->error = QStringLiteral("the server did not report its port: %1").arg(log());
-            stop();
-            return false;
-        }
-        d->process.waitForReadyRead(int(qBound<qint64>(1, deadline.remainingTime(), kSliceMs)));
-    }
-    const QByteArray line = d->process.readLine().trimmed();
+    // stderr goes to a file so that a chatty server never blocks on a pipe.
+    m_process.setStandardErrorFile(m_dir.filePath(QStringLiteral("server.log")));
+    m_process.start(testSupportPython(), arguments);
+    const QDeadlineTimer deadline(m_options.startTimeoutMs);
+    while (!m_process.canReadLine() && m_process.state() != QProcess::NotRunning && !deadline.hasExpired())
+        m_process.waitForReadyRead(int(qBound<qint64>(1, deadline.remainingTime(), 50)));
+    const QByteArray line = m_process.readLine().trimmed();
     bool ok = false;
-    if (line.startsWith("PORT "))
-        d->port = quint16(line.mid(5).toUInt(&ok));
-    if (!ok || d->port == 0) {
-        d->error = QStringLiteral("unexpected first line \"%1\": %2").arg(QString::fromLatin1(line), log());
-        d->port = 0;
-        stop();
-        return false;
-    }
-    return true;
+    m_port = line.startsWith("PORT ") ? quint16(line.mid(5).toUInt(&ok)) : 0;
+    if (ok && m_port != 0)
+        return true;
+    m_error = QStringLiteral("%1 did not report its port (\"%2\", %3): %4")
+                  .arg(testSupportPython(), QString::fromLatin1(line), m_process.errorString(), log());
+    m_port = 0;
+    stop();
+    return false;
 }
 
 void AiosmtpdServer::stop()
 {
-    if (d->process.state() == QProcess::NotRunning)
+    if (m_process.state() == QProcess::NotRunning)
         return;
-    d->process.closeWriteChannel();
-    if (d->process.waitForFinished(kStopMs))
+    m_process.closeWriteChannel();
+    if (m_process.waitForFinished(5000))
         return;
-    d->process.terminate();
-    if (d->process.waitForFinished(kKillMs))
-        return;
-    d->process.kill();
-    d->process.waitForFinished(kKillMs);
-}
-
-bool AiosmtpdServer::isRunning() const
-{
-    // Without an event loop the process state changes only inside a wait.
-    if (d->process.state() == QProcess::Running)
-        d->process.waitForFinished(0);
-    return d->process.state() == QProcess::Running;
-}
-
-QString AiosmtpdServer::error() const
-{
-    return d->error;
-}
-
-quint16 AiosmtpdServer::port() const
-{
-    return d->port;
+    m_process.terminate();
+    if (!m_process.waitForFinished(2000)) {
+        m_process.kill();
+        m_process.waitForFinished(2000);
+    }
 }
 
 int AiosmtpdServer::messageCount() const
 {
     int count = 0;
-    while (QFile::exists(d->messagePath(count + 1, "eml")))
+    while (QFile::exists(file(count + 1, "eml")))
         ++count;
     return count;
 }
@@ -163,24 +89,18 @@ int AiosmtpdServer::messageCount() const
 QList<QByteArray> AiosmtpdServer::messages() const
 {
     QList<QByteArray> result;
-    const int count = messageCount();
-    result.reserve(count);
-    for (int i = 1; i <= count; ++i)
-        result.append(readFile(d->messagePath(i, "eml")));
+    for (int i = 1, count = messageCount(); i <= count; ++i)
+        result.append(readFile(file(i, "eml")));
     return result;
 }
 
 QList<AiosmtpdServer::Envelope> AiosmtpdServer::envelopes() const
 {
     QList<Envelope> result;
-    const int count = messageCount();
-    result.reserve(count);
-    for (int i = 1; i <= count; ++i) {
-        const QJsonObject object = QJsonDocument::fromJson(readFile(d->messagePath(i, "json"))).object();
-        Envelope envelope;
-        envelope.mailFrom = object.value(QStringLiteral("mail_from")).toString();
-        const QJsonArray recipients = object.value(QStringLiteral("rcpt_tos")).toArray();
-        for (const QJsonValue& recipient : recipients)
+    for (int i = 1, count = messageCount(); i <= count; ++i) {
+        const QJsonObject object = QJsonDocument::fromJson(readFile(file(i, "json"))).object();
+        Envelope envelope{object.value(QStringLiteral("mail_from")).toString(), {}};
+        for (const QJsonValue& recipient : object.value(QStringLiteral("rcpt_tos")).toArray())
             envelope.recipients.append(recipient.toString());
         result.append(envelope);
     }
@@ -189,22 +109,14 @@ QList<AiosmtpdServer::Envelope> AiosmtpdServer::envelopes() const
 
 bool AiosmtpdServer::waitForMessages(int count, int ms) const
 {
-    const QDeadlineTimer deadline(ms);
-    for (;;) {
-        if (messageCount() >= count)
-            return true;
+    for (const QDeadlineTimer deadline(ms); messageCount() < count; QThread::msleep(50)) {
         if (deadline.hasExpired())
             return false;
-        QThread::msleep(ulong(qBound<qint64>(1, deadline.remainingTime(), kSliceMs)));
     }
-}
-
-QString AiosmtpdServer::outputDirectory() const
-{
-    return d->outDir();
+    return true;
 }
 
 QString AiosmtpdServer::log() const
 {
-    return QString::fromLocal8Bit(readFile(d->logPath()));
+    return QString::fromLocal8Bit(readFile(m_dir.filePath(QStringLiteral("server.log"))));
 }

@@ -35,9 +35,6 @@ struct ParsedMessage
     QString header(const QString& name) const;
 };
 
-/*!
- * Runs parse_message.py on raw message bytes with Debian's python3 and
- * returns what it decoded, so a test can compare decoded texts and
- * attachment bytes with what it sent. Waits at most timeoutMs.
- */
+//! Runs parse_message.py on raw message bytes with Debian's python3 and
+//! returns what it decoded. Waits at most timeoutMs.
 ParsedMessage parseWithPython(const QByteArray& raw, int timeoutMs = 20000);

@@ -1,100 +1,62 @@
-#include "PeerScript_p.h"
+#include "PeerSession_p.h"
+
+#include <algorithm>
+#include <limits>
 
 namespace {
 
-int hexValue(QChar c)
+int hexDigit(char c)
 {
-    const ushort u = c.unicode();
-    if (u >= '0' && u <= '9')
-        return u - '0';
-    if (u >= 'a' && u <= 'f')
-        return u - 'a' + 10;
-    if (u >= 'A' && u <= 'F')
-        return u - 'A' + 10;
-    return -1;
+    if (c >= '0' && c <= '9')
+        return c - '0';
+    c |= 0x20;
+    return c >= 'a' && c <= 'f' ? c - 'a' + 10 : -1;
 }
 
-// The text after a two-character tag such as "S:", with one separating
-// space dropped; every further space belongs to the text.
-QString afterTag(const QString& line)
+// Decodes \r \n \t \0 \\ and \xHH; false with *problem on a bad escape.
+bool unescape(const QByteArray& text, QByteArray* out, QString* problem)
 {
-    QString rest = line.mid(2);
-    if (rest.startsWith(QLatin1Char(' ')))
-        rest.remove(0, 1);
-    return rest;
+    for (int i = 0; i < text.size(); ++i) {
+        if (text[i] != '\\') {
+            out->append(text[i]);
+            continue;
+        }
+        if (++i == text.size()) {
+            *problem = QStringLiteral("escape at the end of the text");
+            return false;
+        }
+        const int simple = QByteArray("rnt0\\").indexOf(text[i]);
+        const int high = i + 2 < text.size() ? hexDigit(text[i + 1]) : -1;
+        const int low = i + 2 < text.size() ? hexDigit(text[i + 2]) : -1;
+        if (simple >= 0) {
+            out->append("\r\n\t\0\\"[simple]);
+        } else if (text[i] != 'x') {
+            *problem = QStringLiteral("unknown escape \\%1").arg(QLatin1Char(text[i]));
+            return false;
+        } else if (high < 0 || low < 0) {
+            *problem = QStringLiteral("\\x needs two hexadecimal digits");
+            return false;
+        } else {
+            out->append(char(high * 16 + low));
+            i += 2;
+        }
+    }
+    return true;
 }
 
-// Parses a non-negative decimal count; false for anything else.
+// A non-negative decimal count; false for anything else.
 bool parseCount(const QString& text, qint64* value)
 {
     bool ok = false;
-    const qint64 v = text.trimmed().toLongLong(&ok);
-    if (!ok || v < 0)
-        return false;
-    *value = v;
-    return true;
-}
-
-bool latin1Only(const QString& text)
-{
-    for (const QChar c : text) {
-        if (c.unicode() > 0xff)
-            return false;
-    }
-    return true;
+    *value = text.trimmed().toLongLong(&ok);
+    return ok && *value >= 0;
 }
 
 } // namespace
 
-bool unescapePeerBytes(const QString& text, QByteArray* out, QString* error)
-{
-    QByteArray result;
-    result.reserve(text.size());
-    for (int i = 0; i < text.size(); ++i) {
-        const QChar c = text.at(i);
-        if (c.unicode() > 0xff) {
-            *error = QStringLiteral("character U+%1 is not a byte; use \\xHH")
-                         .arg(c.unicode(), 4, 16, QLatin1Char('0'));
-            return false;
-        }
-        if (c != QLatin1Char('\\')) {
-            result.append(char(c.unicode()));
-            continue;
-        }
-        if (++i >= text.size()) {
-            *error = QStringLiteral("escape at the end of the text");
-            return false;
-        }
-        switch (text.at(i).unicode()) {
-        case 'r': result.append('\r'); break;
-        case 'n': result.append('\n'); break;
-        case 't': result.append('\t'); break;
-        case '0': result.append('\0'); break;
-        case '\\': result.append('\\'); break;
-        case 'x': {
-            const int hi = i + 1 < text.size() ? hexValue(text.at(i + 1)) : -1;
-            const int lo = i + 2 < text.size() ? hexValue(text.at(i + 2)) : -1;
-            if (hi < 0 || lo < 0) {
-                *error = QStringLiteral("\\x needs two hexadecimal digits");
-                return false;
-            }
-            result.append(char(hi * 16 + lo));
-            i += 2;
-            break;
-        }
-        default:
-            *error = QStringLiteral("unknown escape \\%1").arg(text.at(i));
-            return false;
-        }
-    }
-    *out = result;
-    return true;
-}
-
 bool parsePeerScript(const QStringList& lines, QVector<PeerStep>* steps, QString* error)
 {
-    QVector<PeerStep> parsed;
-    parsed.reserve(lines.size());
+    steps->clear();
     for (int n = 0; n < lines.size(); ++n) {
         const QString& line = lines.at(n);
         const QString word = line.trimmed();
@@ -105,45 +67,35 @@ bool parsePeerScript(const QStringList& lines, QVector<PeerStep>* steps, QString
         step.source = line;
         QString problem;
         const QString tag = line.left(2);
+        // The text after a two-character tag, less one separating space.
+        const QString rest = line.mid(line.midRef(2, 1) == QLatin1String(" ") ? 3 : 2);
+        const QByteArray text = rest.toLatin1();
+        const bool latin1 = std::all_of(rest.begin(), rest.end(), [](QChar c) { return c.unicode() <= 0xff; });
 
-        if (tag == QLatin1String("S:") || tag == QLatin1String("C:") || tag == QLatin1String("C?")) {
-            const QString text = afterTag(line);
-            if (!latin1Only(text)) {
-                problem = QStringLiteral("text outside Latin-1");
-            } else if (tag == QLatin1String("S:")) {
-                step.kind = PeerStep::Send;
-                step.bytes = text.toLatin1() + "\r\n";
-            } else if (tag == QLatin1String("C?")) {
-                step.kind = PeerStep::ExpectOptional;
-                step.bytes = text.toLatin1();
-            } else if (text == QLatin1String("*")) {
-                step.kind = PeerStep::ExpectAny;
-            } else if (text == QLatin1String("<data>")) {
-                step.kind = PeerStep::ReadData;
-            } else {
-                step.kind = PeerStep::Expect;
-                step.bytes = text.toLatin1();
-            }
+        if (!latin1 && (tag == QLatin1String("S:") || tag == QLatin1String("S~") || tag == QLatin1String("S*")
+                        || tag == QLatin1String("C:") || tag == QLatin1String("C?"))) {
+            problem = QStringLiteral("text outside Latin-1");
+        } else if (tag == QLatin1String("S:")) {
+            step.bytes = text + "\r\n";
         } else if (tag == QLatin1String("S~")) {
-            step.kind = PeerStep::SendRaw;
-            unescapePeerBytes(afterTag(line), &step.bytes, &problem);
+            unescape(text, &step.bytes, &problem);
         } else if (tag == QLatin1String("S*")) {
-            step.kind = PeerStep::SendRepeated;
-            const QString rest = afterTag(line);
-            const int space = rest.indexOf(QLatin1Char(' '));
-            const QString text = space < 0 ? QString() : rest.mid(space + 1);
+            const int space = text.indexOf(' ');
             if (!parseCount(space < 0 ? rest : rest.left(space), &step.count))
                 problem = QStringLiteral("S* needs a count");
-            else if (!latin1Only(text))
-                problem = QStringLiteral("text outside Latin-1");
-            else
-                step.bytes = text.toLatin1() + "\r\n";
+            step.bytes = (space < 0 ? QByteArray() : text.mid(space + 1)) + "\r\n";
+        } else if (tag == QLatin1String("C:") || tag == QLatin1String("C?")) {
+            step.kind = tag == QLatin1String("C?") ? PeerStep::ExpectOptional
+                : text == "*"                    ? PeerStep::ExpectAny
+                : text == "<data>"               ? PeerStep::ReadData
+                                                 : PeerStep::Expect;
+            step.bytes = text;
         } else if (word.startsWith(QLatin1String("wait "))) {
             step.kind = PeerStep::Wait;
             if (!parseCount(word.mid(5), &step.count))
                 problem = QStringLiteral("wait needs milliseconds");
         } else if (word.startsWith(QLatin1String("big-line "))) {
-            step.kind = PeerStep::BigLine;
+            step.bytes = "x";
             if (!parseCount(word.mid(9), &step.count))
                 problem = QStringLiteral("big-line needs a byte count");
         } else if (word == QLatin1String("close")) {
@@ -157,13 +109,15 @@ bool parsePeerScript(const QStringList& lines, QVector<PeerStep>* steps, QString
         } else {
             problem = QStringLiteral("unknown step");
         }
+        if (problem.isEmpty() && step.kind == PeerStep::Send
+            && step.count > std::numeric_limits<int>::max() / qMax(1, step.bytes.size()))
+            problem = QStringLiteral("too many bytes for one send");
 
         if (!problem.isEmpty()) {
             *error = QStringLiteral("script line %1 \"%2\": %3").arg(n + 1).arg(line, problem);
             return false;
         }
-        parsed.append(step);
+        steps->append(step);
     }
-    *steps = parsed;
     return true;
 }

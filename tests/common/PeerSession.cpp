@@ -1,9 +1,8 @@
 #include "PeerSession_p.h"
 
-#include <QSslSocket>
-#include <QThread>
+#include "TestCertificate.h"
 
-#include <limits>
+#include <QThread>
 
 #ifdef Q_OS_LINUX
 #include <poll.h>
@@ -19,128 +18,63 @@ int slice(const QDeadlineTimer& deadline)
     return int(qBound<qint64>(1, deadline.remainingTime(), kSliceMs));
 }
 
-// Bytes as a readable C-style text for failure messages, cut after 200.
+// Bytes as C-style text for failure messages, cut after 200.
 QString printable(const QByteArray& bytes)
 {
-    const int limit = 200;
-    const int shown = qMin(bytes.size(), limit);
     QString text;
-    text.reserve(shown * 2 + 32);
-    for (int i = 0; i < shown; ++i) {
-        const uchar c = uchar(bytes.at(i));
-        switch (c) {
-        case '\r': text += QLatin1String("\\r"); break;
-        case '\n': text += QLatin1String("\\n"); break;
-        case '\t': text += QLatin1String("\\t"); break;
-        case '\\': text += QLatin1String("\\\\"); break;
-        default:
-            if (c < 0x20 || c >= 0x7f)
-                text += QStringLiteral("\\x%1").arg(c, 2, 16, QLatin1Char('0'));
-            else
-                text += QLatin1Char(char(c));
-        }
+    for (const char c : bytes.left(200)) {
+        if (c == '\r' || c == '\n' || c == '\\')
+            text += QLatin1String(c == '\r' ? "\\r" : c == '\n' ? "\\n" : "\\\\");
+        else if (uchar(c) < 0x20 || uchar(c) >= 0x7f)
+            text += QStringLiteral("\\x%1").arg(uchar(c), 2, 16, QLatin1Char('0'));
+        else
+            text += QLatin1Char(c);
     }
-    if (bytes.size() > limit)
-        text += QStringLiteral("... (%1 bytes)").arg(bytes.size());
-    return text;
-}
-
-QByteArray withoutLineEnd(const QByteArray& line)
-{
-    if (line.endsWith("\r\n"))
-        return line.left(line.size() - 2);
-    if (line.endsWith('\n'))
-        return line.left(line.size() - 1);
-    return line;
+    return bytes.size() > 200 ? text + QStringLiteral("... (%1 bytes)").arg(bytes.size()) : text;
 }
 
 } // namespace
 
-PeerSession::PeerSession(QSslSocket* socket, const Settings& settings, const std::atomic<bool>& stop)
-    : m_socket(socket)
-    , m_settings(settings)
+PeerSession::PeerSession(int stepTimeout, const std::atomic<bool>& stop)
+    : m_stepTimeout(stepTimeout)
     , m_stop(stop)
 {
 }
 
-QDeadlineTimer PeerSession::stepDeadline() const
+void PeerSession::run(qintptr descriptor, bool implicitTls, const QVector<PeerStep>& steps)
 {
-    return QDeadlineTimer(m_settings.stepTimeout);
-}
-
-bool PeerSession::isConnected() const
-{
-    return m_socket->state() == QAbstractSocket::ConnectedState;
-}
-
-bool PeerSession::fail(int number, const PeerStep& step, const QString& what)
-{
-    m_result.failure = QStringLiteral("step %1 \"%2\": %3").arg(number).arg(step.source, what);
-    return false;
-}
-
-QString PeerSession::outcomeText(Outcome outcome) const
-{
-    switch (outcome) {
-    case Outcome::Closed:
-        return QStringLiteral("the client closed the connection");
-    case Outcome::TimedOut:
-        return QStringLiteral("timed out after %1 ms").arg(m_settings.stepTimeout);
-    case Outcome::Stopped:
-        return QStringLiteral("the peer was stopped");
-    case Outcome::Data:
-        break;
+    if (!m_socket.setSocketDescriptor(descriptor)) {
+        m_result.failure = QStringLiteral("cannot take the connection: %1").arg(m_socket.errorString());
+        return;
     }
-    return QString();
-}
-
-bool PeerSession::startImplicitTls()
-{
-    const QString problem = handshake(stepDeadline());
-    if (problem.isEmpty())
-        return true;
-    m_result.failure = QStringLiteral("TLS from the first byte: %1").arg(problem);
-    closeConnection();
-    return false;
-}
-
-void PeerSession::play(const QVector<PeerStep>& steps)
-{
-    for (int i = 0; i < steps.size(); ++i) {
-        if (!runStep(steps.at(i), i + 1))
-            break;
+    const QString tlsProblem = implicitTls ? handshake(QDeadlineTimer(m_stepTimeout)) : QString();
+    if (!tlsProblem.isEmpty())
+        m_result.failure = QStringLiteral("TLS from the first byte: %1").arg(tlsProblem);
+    while (tlsProblem.isEmpty() && m_result.stepsPlayed < steps.size()
+           && runStep(steps.at(m_result.stepsPlayed), m_result.stepsPlayed + 1))
         ++m_result.stepsPlayed;
-    }
-    m_result.completed = m_result.stepsPlayed == steps.size();
+    m_result.completed = tlsProblem.isEmpty() && m_result.stepsPlayed == steps.size();
     closeConnection();
     m_result.encrypted = m_tls;
 }
 
+QString PeerSession::outcomeText(Outcome outcome) const
+{
+    if (outcome == Outcome::Closed)
+        return QStringLiteral("the client closed the connection");
+    if (outcome == Outcome::TimedOut)
+        return QStringLiteral("timed out after %1 ms").arg(m_stepTimeout);
+    return QStringLiteral("the peer was stopped");
+}
+
 bool PeerSession::runStep(const PeerStep& step, int number)
 {
-    const QDeadlineTimer deadline = stepDeadline();
+    const QDeadlineTimer deadline(m_stepTimeout);
+    QString problem;
     switch (step.kind) {
     case PeerStep::Send:
-    case PeerStep::SendRaw: {
-        const QString problem = sendAll(step.bytes, deadline);
-        return problem.isEmpty() || fail(number, step, problem);
-    }
-    case PeerStep::SendRepeated:
-    case PeerStep::BigLine: {
-        const QByteArray unit = step.kind == PeerStep::BigLine ? QByteArray("x") : step.bytes;
-        if (unit.isEmpty() || step.count > std::numeric_limits<int>::max() / unit.size())
-            return step.count == 0 || fail(number, step, QStringLiteral("too many bytes for one send"));
-        QByteArray bytes;
-        if (step.kind == PeerStep::BigLine) {
-            bytes = QByteArray(int(step.count), 'x');
-        } else {
-            bytes.reserve(int(step.count) * unit.size());
-            for (qint64 i = 0; i < step.count; ++i)
-                bytes.append(unit);
-        }
-        const QString problem = sendAll(bytes, deadline);
-        return problem.isEmpty() || fail(number, step, problem);
-    }
+        problem = sendAll(step.bytes.repeated(int(step.count)), deadline);
+        break;
     case PeerStep::Expect:
     case PeerStep::ExpectAny:
     case PeerStep::ExpectOptional: {
@@ -152,68 +86,66 @@ bool PeerSession::runStep(const PeerStep& step, int number)
             ? QStringLiteral("a line")
             : QStringLiteral("\"%1\"").arg(printable(step.bytes));
         if (outcome != Outcome::Data) {
-            QString what = QStringLiteral("expected %1, but %2").arg(wanted, outcomeText(outcome));
+            problem = QStringLiteral("expected %1, but %2").arg(wanted, outcomeText(outcome));
             if (!line.isEmpty())
-                what += QStringLiteral(" (partial line \"%1\")").arg(printable(line));
-            return fail(number, step, what);
+                problem += QStringLiteral(" (partial line \"%1\")").arg(printable(line));
+            break;
         }
-        m_result.clientLines.append(QString::fromLatin1(withoutLineEnd(line)));
-        if (step.kind != PeerStep::ExpectAny && line != step.bytes + "\r\n") {
-            return fail(number, step,
-                        QStringLiteral("expected %1, got \"%2\"").arg(wanted, printable(line)));
-        }
-        return true;
+        m_result.clientLines.append(QString::fromLatin1(line.chopped(line.endsWith("\r\n") ? 2 : 1)));
+        if (step.kind != PeerStep::ExpectAny && line != step.bytes + "\r\n")
+            problem = QStringLiteral("expected %1, got \"%2\"").arg(wanted, printable(line));
+        break;
     }
     case PeerStep::ReadData: {
         QByteArray body;
         const Outcome outcome = readData(deadline, &body);
-        if (outcome != Outcome::Data) {
-            return fail(number, step, QStringLiteral("expected a message ending in \"\\r\\n.\\r\\n\", but %1 after %2 bytes")
-                                          .arg(outcomeText(outcome))
-                                          .arg(m_buffer.size() - m_pos));
-        }
-        m_result.data.append(body);
-        return true;
+        if (outcome == Outcome::Data)
+            m_result.data.append(body);
+        else
+            problem = QStringLiteral("expected a message ending in \"\\r\\n.\\r\\n\", but %1 after %2 bytes")
+                          .arg(outcomeText(outcome))
+                          .arg(m_buffer.size() - m_pos);
+        break;
     }
-    case PeerStep::Wait: {
-        const QDeadlineTimer until(step.count);
-        while (!until.hasExpired()) {
-            if (m_stop)
-                return fail(number, step, outcomeText(Outcome::Stopped));
+    case PeerStep::Wait:
+        for (const QDeadlineTimer until(step.count); !until.hasExpired() && !m_stop;)
             QThread::msleep(ulong(slice(until)));
-        }
-        return true;
-    }
+        break;
     case PeerStep::Close:
         closeConnection();
-        return true;
-    case PeerStep::StartTls: {
+        break;
+    case PeerStep::StartTls:
         // Plain bytes already read after the command are not part of the TLS
         // stream. Nothing more is read here: what comes now may already be
         // the client's first handshake record.
         m_buffer.clear();
         m_pos = 0;
-        const QString problem = handshake(deadline);
-        return problem.isEmpty() || fail(number, step, problem);
-    }
+        problem = handshake(deadline);
+        break;
     case PeerStep::ExpectClose:
-        if (waitForClientClose(deadline))
-            return true;
-        return fail(number, step, m_stop ? outcomeText(Outcome::Stopped)
-                                         : QStringLiteral("the client did not close within %1 ms")
-                                               .arg(m_settings.stepTimeout));
+        for (Outcome outcome = Outcome::Data; outcome != Outcome::Closed;) {
+            outcome = readMore(deadline);
+            if (outcome == Outcome::TimedOut)
+                problem = QStringLiteral("the client did not close within %1 ms").arg(m_stepTimeout);
+            if (outcome == Outcome::TimedOut || outcome == Outcome::Stopped)
+                break;
+        }
+        break;
     case PeerStep::Stall:
         stall(deadline);
-        return !m_stop || fail(number, step, outcomeText(Outcome::Stopped));
+        break;
     }
-    return fail(number, step, QStringLiteral("unhandled step"));
+    if (problem.isEmpty() && m_stop)
+        problem = outcomeText(Outcome::Stopped);
+    if (problem.isEmpty())
+        return true;
+    m_result.failure = QStringLiteral("step %1 \"%2\": %3").arg(number).arg(step.source, problem);
+    return false;
 }
 
 void PeerSession::takeAvailable()
 {
-    if (m_socket->bytesAvailable() <= 0)
-        return;
-    const QByteArray chunk = m_socket->readAll();
+    const QByteArray chunk = m_socket.readAll();
     m_buffer.append(chunk);
     m_result.received.append(chunk);
     if (m_tls)
@@ -225,7 +157,7 @@ PeerSession::Outcome PeerSession::readMore(const QDeadlineTimer& deadline)
     for (;;) {
         if (m_stop)
             return Outcome::Stopped;
-        if (m_socket->bytesAvailable() > 0) {
+        if (m_socket.bytesAvailable() > 0) {
             takeAvailable();
             return Outcome::Data;
         }
@@ -233,13 +165,15 @@ PeerSession::Outcome PeerSession::readMore(const QDeadlineTimer& deadline)
             return Outcome::Closed;
         if (deadline.hasExpired())
             return Outcome::TimedOut;
-        m_socket->waitForReadyRead(slice(deadline));
+        m_socket.waitForReadyRead(slice(deadline));
     }
 }
 
-void PeerSession::compactBuffer()
+// Moves the read position to end and drops consumed bytes now and then.
+void PeerSession::consume(int end)
 {
-    if (m_pos > 0 && m_pos * 2 >= m_buffer.size()) {
+    m_pos = end;
+    if (m_pos * 2 >= m_buffer.size()) {
         m_buffer.remove(0, m_pos);
         m_pos = 0;
     }
@@ -247,16 +181,14 @@ void PeerSession::compactBuffer()
 
 PeerSession::Outcome PeerSession::readLine(const QDeadlineTimer& deadline, QByteArray* line)
 {
-    int searchFrom = m_pos;
-    for (;;) {
-        const int end = m_buffer.indexOf('\n', searchFrom);
+    for (int from = m_pos;;) {
+        const int end = m_buffer.indexOf('\n', from);
         if (end >= 0) {
             *line = m_buffer.mid(m_pos, end + 1 - m_pos);
-            m_pos = end + 1;
-            compactBuffer();
+            consume(end + 1);
             return Outcome::Data;
         }
-        searchFrom = m_buffer.size();
+        from = m_buffer.size();
         const Outcome outcome = readMore(deadline);
         if (outcome != Outcome::Data) {
             *line = m_buffer.mid(m_pos);
@@ -267,24 +199,20 @@ PeerSession::Outcome PeerSession::readLine(const QDeadlineTimer& deadline, QByte
 
 PeerSession::Outcome PeerSession::readData(const QDeadlineTimer& deadline, QByteArray* body)
 {
-    static const QByteArray kEnd("\r\n.\r\n");
-    int searchFrom = m_pos;
-    for (;;) {
+    for (int from = m_pos;;) {
         // An empty body: the terminating line comes first.
         if (m_buffer.size() - m_pos >= 3 && m_buffer.mid(m_pos, 3) == ".\r\n") {
             body->clear();
-            m_pos += 3;
-            compactBuffer();
+            consume(m_pos + 3);
             return Outcome::Data;
         }
-        const int end = m_buffer.indexOf(kEnd, searchFrom);
+        const int end = m_buffer.indexOf("\r\n.\r\n", from);
         if (end >= 0) {
             *body = m_buffer.mid(m_pos, end + 2 - m_pos);
-            m_pos = end + kEnd.size();
-            compactBuffer();
+            consume(end + 5);
             return Outcome::Data;
         }
-        searchFrom = qMax(m_pos, m_buffer.size() - (kEnd.size() - 1));
+        from = qMax(m_pos, m_buffer.size() - 4);
         const Outcome outcome = readMore(deadline);
         if (outcome != Outcome::Data)
             return outcome;
@@ -295,59 +223,45 @@ QString PeerSession::sendAll(const QByteArray& bytes, const QDeadlineTimer& dead
 {
     if (!isConnected())
         return QStringLiteral("cannot send: the connection is closed");
-    if (bytes.isEmpty())
-        return QString();
-    if (m_socket->write(bytes) != bytes.size())
-        return QStringLiteral("write failed: %1").arg(m_socket->errorString());
-    while (m_socket->bytesToWrite() > 0 || m_socket->encryptedBytesToWrite() > 0) {
+    if (m_socket.write(bytes) != bytes.size())
+        return QStringLiteral("write failed: %1").arg(m_socket.errorString());
+    while (m_socket.bytesToWrite() > 0 || m_socket.encryptedBytesToWrite() > 0) {
         if (m_stop)
             return outcomeText(Outcome::Stopped);
         if (!isConnected())
-            return QStringLiteral("the client closed the connection while %1 bytes were being sent")
-                .arg(bytes.size());
-        if (deadline.hasExpired()) {
+            return QStringLiteral("the client closed the connection while %1 bytes were being sent").arg(bytes.size());
+        if (deadline.hasExpired())
             return QStringLiteral("could not send %1 bytes within %2 ms (%3 still queued)")
                 .arg(bytes.size())
-                .arg(m_settings.stepTimeout)
-                .arg(m_socket->bytesToWrite() + m_socket->encryptedBytesToWrite());
-        }
-        m_socket->waitForBytesWritten(slice(deadline));
+                .arg(m_stepTimeout)
+                .arg(m_socket.bytesToWrite() + m_socket.encryptedBytesToWrite());
+        m_socket.waitForBytesWritten(slice(deadline));
     }
     return QString();
 }
 
 QString PeerSession::handshake(const QDeadlineTimer& deadline)
 {
-    if (m_settings.certificate.isNull() || m_settings.key.isNull())
-        return QStringLiteral("no TLS certificate available");
+    const TestCertificate& certificate = TestCertificate::shared();
+    if (!certificate.isValid())
+        return QStringLiteral("no TLS certificate: %1").arg(certificate.error());
     if (!isConnected())
         return QStringLiteral("cannot start TLS: the connection is closed");
-    m_socket->setLocalCertificate(m_settings.certificate);
-    m_socket->setPrivateKey(m_settings.key);
-    m_socket->setPeerVerifyMode(QSslSocket::VerifyNone);
-    m_socket->startServerEncryption();
-    while (!m_socket->isEncrypted()) {
+    m_socket.setLocalCertificate(certificate.certificate());
+    m_socket.setPrivateKey(certificate.key());
+    m_socket.setPeerVerifyMode(QSslSocket::VerifyNone);
+    m_socket.startServerEncryption();
+    while (!m_socket.isEncrypted()) {
         if (m_stop)
             return outcomeText(Outcome::Stopped);
-        if (!isConnected() || m_socket->error() == QAbstractSocket::SslHandshakeFailedError)
-            return QStringLiteral("TLS handshake failed: %1").arg(m_socket->errorString());
+        if (!isConnected() || m_socket.error() == QAbstractSocket::SslHandshakeFailedError)
+            return QStringLiteral("TLS handshake failed: %1").arg(m_socket.errorString());
         if (deadline.hasExpired())
-            return QStringLiteral("TLS handshake timed out after %1 ms").arg(m_settings.stepTimeout);
-        m_socket->waitForEncrypted(slice(deadline));
+            return QStringLiteral("TLS handshake timed out after %1 ms").arg(m_stepTimeout);
+        m_socket.waitForEncrypted(slice(deadline));
     }
     m_tls = true;
     return QString();
-}
-
-bool PeerSession::waitForClientClose(const QDeadlineTimer& deadline)
-{
-    for (;;) {
-        const Outcome outcome = readMore(deadline);
-        if (outcome == Outcome::Closed)
-            return true;
-        if (outcome != Outcome::Data)
-            return false;
-    }
 }
 
 void PeerSession::stall(const QDeadlineTimer& deadline)
@@ -356,10 +270,8 @@ void PeerSession::stall(const QDeadlineTimer& deadline)
 #ifdef Q_OS_LINUX
         // Watch for the client's close on the descriptor itself, so that
         // nothing is read from the socket meanwhile.
-        pollfd watch{int(m_socket->socketDescriptor()), POLLRDHUP, 0};
-        if (watch.fd < 0)
-            return;
-        if (::poll(&watch, 1, slice(deadline)) > 0 && (watch.revents & (POLLRDHUP | POLLHUP | POLLERR)))
+        pollfd watch{int(m_socket.socketDescriptor()), POLLRDHUP, 0};
+        if (watch.fd < 0 || (::poll(&watch, 1, slice(deadline)) > 0 && (watch.revents & (POLLRDHUP | POLLHUP | POLLERR))))
             return;
 #else
         QThread::msleep(ulong(slice(deadline)));
@@ -369,18 +281,16 @@ void PeerSession::stall(const QDeadlineTimer& deadline)
 
 void PeerSession::closeConnection()
 {
-    if (m_socket->state() == QAbstractSocket::UnconnectedState) {
-        takeAvailable();
-        return;
-    }
     // Reading what has arrived first keeps the kernel from answering the
     // close with a reset, which could discard our last reply at the client.
     takeAvailable();
-    m_socket->disconnectFromHost();
-    const QDeadlineTimer grace(kCloseGraceMs);
-    while (m_socket->state() != QAbstractSocket::UnconnectedState && !grace.hasExpired() && !m_stop)
-        m_socket->waitForDisconnected(slice(grace));
+    if (m_socket.state() == QAbstractSocket::UnconnectedState)
+        return;
+    m_socket.disconnectFromHost();
+    for (const QDeadlineTimer grace(kCloseGraceMs);
+         m_socket.state() != QAbstractSocket::UnconnectedState && !grace.hasExpired() && !m_stop;)
+        m_socket.waitForDisconnected(slice(grace));
     takeAvailable();
-    if (m_socket->state() != QAbstractSocket::UnconnectedState)
-        m_socket->abort();
+    if (m_socket.state() != QAbstractSocket::UnconnectedState)
+        m_socket.abort();
 }

@@ -1,24 +1,18 @@
 #include "ScriptedSmtpPeer.h"
 
-#include "PeerScript_p.h"
 #include "PeerSession_p.h"
 #include "TestCertificate.h"
 
-#include <QDeadlineTimer>
 #include <QMutex>
-#include <QMutexLocker>
-#include <QSslSocket>
 #include <QTcpServer>
 #include <QThread>
 #include <QWaitCondition>
 
+#include <algorithm>
+
 namespace {
 
-const int kSliceMs = 50;
-const int kStartTimeoutMs = 10000;
-
-// Hands accepted descriptors to the caller instead of making QTcpSockets,
-// so that each connection can become a server-side QSslSocket.
+// Keeps accepted descriptors, so that each can become a server-side QSslSocket.
 class DescriptorServer : public QTcpServer
 {
 public:
@@ -28,106 +22,81 @@ protected:
     void incomingConnection(qintptr descriptor) override { pending.append(descriptor); }
 };
 
-void dropDescriptor(qintptr descriptor)
-{
-    QTcpSocket socket;
-    if (socket.setSocketDescriptor(descriptor))
-        socket.abort();
-}
-
 } // namespace
 
 class ScriptedSmtpPeer::Private
 {
 public:
     explicit Private(Mode m) : mode(m) {}
+    void run();
 
-    void run(const PeerSession::Settings& settings);
-    bool needsTls() const;
+    template <typename T>
+    T joined(T ConnectionResult::*member) const
+    {
+        QMutexLocker lock(&mutex);
+        T all;
+        for (const ConnectionResult& result : results)
+            all += result.*member;
+        return all;
+    }
 
-    // Set before start(), read-only afterwards.
+    // Fixed once the peer's thread runs.
     const Mode mode;
     QVector<PeerStep> steps;
     QString scriptError;
     int connections = 1;
     int stepTimeout = 5000;
     int acceptTimeout = 10000;
-
     std::atomic<bool> stop{false};
     std::unique_ptr<QThread> thread;
 
-    // Shared with the peer's thread, guarded by mutex.
+    // Shared with the peer's thread.
     mutable QMutex mutex;
-    QWaitCondition startDone;
+    QWaitCondition listening;
     bool started = false;
-    bool finished = false;
     QString startError;
+    QString acceptFailure;
     quint16 port = 0;
     QList<ConnectionResult> results;
-    QString acceptFailure;
 };
 
-bool ScriptedSmtpPeer::Private::needsTls() const
-{
-    if (mode == Smtps)
-        return true;
-    for (const PeerStep& step : steps) {
-        if (step.kind == PeerStep::StartTls)
-            return true;
-    }
-    return false;
-}
-
-void ScriptedSmtpPeer::Private::run(const PeerSession::Settings& settings)
+void ScriptedSmtpPeer::Private::run()
 {
     DescriptorServer server;
-    const bool listening = server.listen(QHostAddress::LocalHost, 0);
     {
         QMutexLocker lock(&mutex);
-        started = true;
-        port = server.serverPort();
-        if (!listening) {
+        if (server.listen(QHostAddress::LocalHost, 0))
+            port = server.serverPort();
+        else
             startError = QStringLiteral("cannot listen on 127.0.0.1: %1").arg(server.errorString());
-            finished = true;
-        }
-        startDone.wakeAll();
+        started = true;
+        listening.wakeAll();
+        if (port == 0)
+            return;
     }
-    if (!listening)
-        return;
 
     for (int i = 0; i < connections; ++i) {
         const QDeadlineTimer deadline(acceptTimeout);
         while (server.pending.isEmpty() && !stop && !deadline.hasExpired())
-            server.waitForNewConnection(int(qBound<qint64>(1, deadline.remainingTime(), kSliceMs)));
+            server.waitForNewConnection(int(qBound<qint64>(1, deadline.remainingTime(), 50)));
         if (server.pending.isEmpty()) {
             QMutexLocker lock(&mutex);
             acceptFailure = stop ? QStringLiteral("stopped while waiting for connection %1").arg(i + 1)
-                                 : QStringLiteral("connection %1 did not come within %2 ms")
-                                       .arg(i + 1)
-                                       .arg(acceptTimeout);
+                                 : QStringLiteral("connection %1 did not come within %2 ms").arg(i + 1).arg(acceptTimeout);
             break;
         }
-
-        QSslSocket socket;
-        PeerSession session(&socket, settings, stop);
-        if (!socket.setSocketDescriptor(server.pending.takeFirst())) {
-            ConnectionResult failed;
-            failed.failure = QStringLiteral("cannot take the connection: %1").arg(socket.errorString());
-            QMutexLocker lock(&mutex);
-            results.append(failed);
-            continue;
-        }
-        if (mode != Smtps || session.startImplicitTls())
-            session.play(steps);
+        PeerSession session(stepTimeout, stop);
+        session.run(server.pending.takeFirst(), mode == Smtps, steps);
         QMutexLocker lock(&mutex);
         results.append(session.result());
     }
 
     server.close();
-    for (const qintptr descriptor : qAsConst(server.pending))
-        dropDescriptor(descriptor);
-    QMutexLocker lock(&mutex);
-    finished = true;
+    for (const qintptr descriptor : qAsConst(server.pending)) {
+        QTcpSocket extra;
+        if (extra.setSocketDescriptor(descriptor))
+            extra.abort();
+    }
 }
 
 ScriptedSmtpPeer::ScriptedSmtpPeer(Mode mode)
@@ -146,73 +115,51 @@ bool ScriptedSmtpPeer::setScript(const QStringList& steps)
 {
     if (d->thread)
         return false;
-    d->steps.clear();
     d->scriptError.clear();
     return parsePeerScript(steps, &d->steps, &d->scriptError);
 }
 
-bool ScriptedSmtpPeer::setScript(const QString& script)
-{
-    QStringList lines = script.split(QLatin1Char('\n'));
-    for (QString& line : lines) {
-        if (line.endsWith(QLatin1Char('\r')))
-            line.chop(1);
-    }
-    return setScript(lines);
-}
-
 void ScriptedSmtpPeer::setConnections(int count)
 {
-    if (d->thread)
-        return;
-    d->connections = qMax(1, count);
+    if (!d->thread)
+        d->connections = qMax(1, count);
 }
 
 void ScriptedSmtpPeer::setStepTimeout(int ms)
 {
-    if (d->thread)
-        return;
-    d->stepTimeout = qMax(1, ms);
+    if (!d->thread)
+        d->stepTimeout = qMax(1, ms);
 }
 
 void ScriptedSmtpPeer::setAcceptTimeout(int ms)
 {
-    if (d->thread)
-        return;
-    d->acceptTimeout = qMax(1, ms);
+    if (!d->thread)
+        d->acceptTimeout = qMax(1, ms);
 }
 
 bool ScriptedSmtpPeer::start()
 {
     if (d->thread || !d->scriptError.isEmpty())
         return false;
-
-    PeerSession::Settings settings;
-    settings.stepTimeout = d->stepTimeout;
-    if (d->needsTls()) {
-        const TestCertificate& certificate = TestCertificate::shared();
-        if (!certificate.isValid()) {
-            QMutexLocker lock(&d->mutex);
-            d->startError = QStringLiteral("no TLS certificate: %1").arg(certificate.error());
-            return false;
-        }
-        settings.certificate = certificate.certificate();
-        settings.key = certificate.key();
+    const bool tls = d->mode == Smtps || std::any_of(d->steps.cbegin(), d->steps.cend(), [](const PeerStep& s) {
+                         return s.kind == PeerStep::StartTls;
+                     });
+    // Made here rather than in the middle of a handshake.
+    if (tls && !TestCertificate::shared().isValid()) {
+        d->startError = QStringLiteral("no TLS certificate: %1").arg(TestCertificate::shared().error());
+        return false;
     }
 
     Private* p = d.get();
-    d->thread.reset(QThread::create([p, settings] { p->run(settings); }));
+    d->thread.reset(QThread::create([p] { p->run(); }));
     d->thread->start();
-
     QMutexLocker lock(&d->mutex);
-    const QDeadlineTimer deadline(kStartTimeoutMs);
-    while (!d->started && !deadline.hasExpired())
-        d->startDone.wait(&d->mutex, deadline);
-    if (!d->started) {
-        d->startError = QStringLiteral("the peer's thread did not start within %1 ms").arg(kStartTimeoutMs);
-        return false;
+    const QDeadlineTimer deadline(10000);
+    while (!d->started && d->listening.wait(&d->mutex, deadline)) {
     }
-    return d->startError.isEmpty();
+    if (!d->started)
+        d->startError = QStringLiteral("the peer's thread did not start within 10 s");
+    return d->started && d->startError.isEmpty();
 }
 
 quint16 ScriptedSmtpPeer::port() const
@@ -226,76 +173,46 @@ bool ScriptedSmtpPeer::waitForFinished(int ms)
     return d->thread && d->thread->wait(QDeadlineTimer(ms));
 }
 
-bool ScriptedSmtpPeer::isFinished() const
-{
-    QMutexLocker lock(&d->mutex);
-    return d->finished;
-}
-
 bool ScriptedSmtpPeer::scriptCompleted() const
 {
-    QMutexLocker lock(&d->mutex);
-    if (!d->finished || !d->acceptFailure.isEmpty() || d->results.size() != d->connections)
+    if (!d->thread || !d->thread->isFinished())
         return false;
-    for (const ConnectionResult& result : d->results) {
-        if (!result.completed)
-            return false;
-    }
-    return true;
+    QMutexLocker lock(&d->mutex);
+    return d->acceptFailure.isEmpty() && d->results.size() == d->connections
+        && std::all_of(d->results.cbegin(), d->results.cend(), [](const ConnectionResult& r) { return r.completed; });
 }
 
 QString ScriptedSmtpPeer::failure() const
 {
     QMutexLocker lock(&d->mutex);
-    if (!d->scriptError.isEmpty())
-        return d->scriptError;
-    if (!d->startError.isEmpty())
-        return d->startError;
+    if (!d->scriptError.isEmpty() || !d->startError.isEmpty())
+        return d->scriptError + d->startError;
     for (int i = 0; i < d->results.size(); ++i) {
         const QString& failure = d->results.at(i).failure;
-        if (failure.isEmpty())
-            continue;
-        if (d->connections > 1)
-            return QStringLiteral("connection %1: %2").arg(i + 1).arg(failure);
-        return failure;
+        if (!failure.isEmpty())
+            return d->connections > 1 ? QStringLiteral("connection %1: %2").arg(i + 1).arg(failure) : failure;
     }
     return d->acceptFailure;
 }
 
 QByteArray ScriptedSmtpPeer::received() const
 {
-    QMutexLocker lock(&d->mutex);
-    QByteArray all;
-    for (const ConnectionResult& result : d->results)
-        all += result.received;
-    return all;
+    return d->joined(&ConnectionResult::received);
 }
 
 QByteArray ScriptedSmtpPeer::receivedAfterTls() const
 {
-    QMutexLocker lock(&d->mutex);
-    QByteArray all;
-    for (const ConnectionResult& result : d->results)
-        all += result.receivedAfterTls;
-    return all;
+    return d->joined(&ConnectionResult::receivedAfterTls);
 }
 
 QStringList ScriptedSmtpPeer::clientLines() const
 {
-    QMutexLocker lock(&d->mutex);
-    QStringList all;
-    for (const ConnectionResult& result : d->results)
-        all += result.clientLines;
-    return all;
+    return d->joined(&ConnectionResult::clientLines);
 }
 
 QList<QByteArray> ScriptedSmtpPeer::data() const
 {
-    QMutexLocker lock(&d->mutex);
-    QList<QByteArray> all;
-    for (const ConnectionResult& result : d->results)
-        all += result.data;
-    return all;
+    return d->joined(&ConnectionResult::data);
 }
 
 QByteArray ScriptedSmtpPeer::data(int i) const

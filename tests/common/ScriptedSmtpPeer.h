@@ -21,11 +21,9 @@
  *   "big-line 70000"  send that many 'x' bytes without a line end
  *   "C: EHLO localhost" read one line, which must be exactly this text and "\r\n"
  *   "C: *"            read any one line
- *   "C? QUIT"         read one line that must match, unless the client closes
- *                     first, which also passes (for a line a client may not flush)
+ *   "C? QUIT"         like "C:", but a client that closes instead also passes
  *   "C: <data>"       read a message body up to and including the line "."; the
- *                     body (everything before that line, so normally ending in
- *                     "\r\n") becomes the next entry of data()
+ *                     body (everything before that line) becomes the next data()
  *   "wait 200"        sleep 200 ms (nothing is read meanwhile)
  *   "close"           flush and close the connection
  *   "starttls"        server side TLS handshake with TestCertificate::shared();
@@ -39,15 +37,12 @@
  * that does not match, a time-out, a send that cannot complete, or a
  * connection closed where a step needs it, stops the connection's script
  * and records a failure naming the step, what was expected and what came.
- * When the script ends the peer takes what has already arrived and closes;
- * end a script with "expect-close" to record everything up to the client's
- * close.
+ * When the script ends the peer takes what has already arrived and closes.
+ * Texts are Latin-1 on the wire in both directions.
  *
- * Texts are Latin-1 on the wire in both directions, as SMTP commands are.
- *
- * Results are complete once waitForFinished() has returned true; before that
- * they cover the connections already finished. The destructor stops the
- * peer and joins its thread in any state, within a fraction of a second.
+ * Results are complete once waitForFinished() has returned true. The
+ * destructor stops the peer and joins its thread within a fraction of a
+ * second, in any state.
  */
 class ScriptedSmtpPeer
 {
@@ -75,33 +70,27 @@ public:
     ScriptedSmtpPeer(const ScriptedSmtpPeer&) = delete;
     ScriptedSmtpPeer& operator=(const ScriptedSmtpPeer&) = delete;
 
-    // The setters take effect before start() only; afterwards they are
-    // ignored (setScript returns false).
+    // The setters take effect before start() only.
 
-    //! Sets the script, one step per entry. Returns false and sets failure()
-    //! for a malformed step; start() then refuses to run.
+    //! Sets the script, one step per entry. False (with failure()) for a
+    //! malformed step or after start(); start() then refuses to run.
     bool setScript(const QStringList& steps);
-    //! Same, with steps separated by line feeds.
-    bool setScript(const QString& script);
-    //! Number of connections to accept in a row, each playing the whole
-    //! script (default 1). Later connections are refused.
+    //! Connections to accept in a row, each playing the whole script
+    //! (default 1). Later connections are refused.
     void setConnections(int count);
     //! Upper bound for each step in milliseconds (default 5000).
     void setStepTimeout(int ms);
-    //! How long to wait for each client connection (default 10000 ms).
+    //! How long to wait for each connection (default 10000 ms).
     void setAcceptTimeout(int ms);
 
     //! Listens and returns once the port accepts connections. False (with
-    //! failure()) when the script is malformed, TLS material is missing or
-    //! listening fails. A peer starts at most once.
+    //! failure()) for a malformed script, missing TLS material or a failed
+    //! listen. A peer starts at most once.
     bool start();
     //! The listening port; 0 before start().
     quint16 port() const;
-
-    //! Waits until every connection has been played (or has failed). True
-    //! when the peer finished within ms.
+    //! True when the peer finished every connection within ms.
     bool waitForFinished(int ms);
-    bool isFinished() const;
 
     //! True when every expected connection came and played every step.
     bool scriptCompleted() const;
@@ -117,16 +106,11 @@ public:
     //! The i-th message body; empty when there is none.
     QByteArray data(int i) const;
 
-    //! Number of connections finished so far.
     int connectionCount() const;
     //! Result of the i-th finished connection; default when out of range.
     ConnectionResult connection(int i) const;
 
-    // Script builders. Join them with '+':
-    //   peer.setScript(ScriptedSmtpPeer::greetingAndEhlo({"AUTH LOGIN PLAIN"})
-    //                  + ScriptedSmtpPeer::authLogin("u", "p")
-    //                  + ScriptedSmtpPeer::envelope("a@x", {"b@y"})
-    //                  + ScriptedSmtpPeer::dataAndQuit());
+    // Script builders, joined with '+'.
 
     //! "S: 220 ...", "C: EHLO localhost", then ehloReply(extensions).
     static QStringList greetingAndEhlo(const QStringList& extensions = {});
@@ -135,19 +119,13 @@ public:
     //! "C: STARTTLS", "S: 220 ...", "starttls", "C: EHLO localhost" and
     //! ehloReply(extensionsAfter).
     static QStringList startTls(const QStringList& extensionsAfter = {});
-    //! AUTH LOGIN: the user and password lines are expected base64 of their
-    //! local 8-bit form; ends with "235".
+    //! AUTH LOGIN with base64 of the local 8-bit user and password; "235".
     static QStringList authLogin(const QString& user, const QString& password);
-    //! "C: AUTH PLAIN " + base64 of the given bytes exactly, then "235".
-    static QStringList authPlain(const QByteArray& initialResponse);
-    //! "C: AUTH CRAM-MD5", the base64 challenge, any response line, "235".
-    static QStringList authCramMd5(const QByteArray& challenge);
     //! "MAIL FROM:<from>" and one "RCPT TO:<r>" per recipient, each answered 250.
     static QStringList envelope(const QString& from, const QStringList& recipients);
     //! "C: DATA", "S: 354 ...", "C: <data>", then the given final reply.
     static QStringList message(const QString& finalReply = QStringLiteral("250 OK"));
-    //! "C? QUIT" and "expect-close": the client may or may not send QUIT
-    //! before closing.
+    //! "C? QUIT" and "expect-close".
     static QStringList quit();
     //! message() followed by quit().
     static QStringList dataAndQuit();

@@ -1,15 +1,11 @@
 #!/usr/bin/python3
 """A real SMTP server for tests, built on aiosmtpd's Controller.
 
-Listens on 127.0.0.1 on a free port and prints "PORT <n>" as the first line
-on stdout once it accepts connections. Stops when stdin closes, or by itself
-after --max-seconds.
-
-Each message is written to --out DIR as msg-N.eml (N from 1; the content as
-the server received it, after its own removal of leading transparency dots)
-and msg-N.json (the envelope: {"mail_from": ..., "rcpt_tos": [...]}). The
-.json file is written first and the .eml file appears (by rename) before
-the client gets its 250 reply, so a finished message is always complete.
+Listens on 127.0.0.1 on a free port, prints "PORT <n>" once it accepts
+connections, and stops when stdin closes or after --max-seconds. Each
+message goes to --out DIR as msg-N.json (the envelope) and then msg-N.eml
+(the content after the server's removal of transparency dots, renamed into
+place before the client gets its 250).
 """
 
 import argparse
@@ -24,8 +20,6 @@ from aiosmtpd.smtp import SMTP, AuthResult, LoginPassword
 
 
 class Recorder:
-    """Writes every accepted message and its envelope to a directory."""
-
     def __init__(self, out_dir):
         self.out_dir = out_dir
         self.count = 0
@@ -35,42 +29,25 @@ class Recorder:
         with self.lock:
             self.count += 1
             number = self.count
-        if self.out_dir:
-            base = os.path.join(self.out_dir, "msg-%d" % number)
-            with open(base + ".json", "w", encoding="utf-8") as f:
-                json.dump({"mail_from": envelope.mail_from,
-                           "rcpt_tos": list(envelope.rcpt_tos)}, f)
-            with open(base + ".eml.part", "wb") as f:
-                f.write(envelope.original_content or b"")
-            os.replace(base + ".eml.part", base + ".eml")
+        base = os.path.join(self.out_dir, "msg-%d" % number)
+        with open(base + ".json", "w", encoding="utf-8") as f:
+            json.dump({"mail_from": envelope.mail_from, "rcpt_tos": list(envelope.rcpt_tos)}, f)
+        with open(base + ".eml.part", "wb") as f:
+            f.write(envelope.original_content or b"")
+        os.replace(base + ".eml.part", base + ".eml")
         return "250 OK message %d accepted" % number
 
 
-def make_authenticator(user, password):
-    """Accepts exactly one user name and password."""
-    expected = LoginPassword(user.encode("utf-8"), password.encode("utf-8"))
-
-    def authenticate(server, session, envelope, mechanism, auth_data):
-        ok = isinstance(auth_data, LoginPassword) and auth_data == expected
-        # handled=False lets the server send its own 535 on a refusal.
-        return AuthResult(success=ok, handled=False)
-
-    return authenticate
-
-
 class FreePortController(Controller):
-    """A Controller that may bind port 0 and learns the port it was given."""
+    """Binds port 0 and learns the port it was given; optional line limit."""
 
-    def __init__(self, *args, line_limit=None, **kwargs):
+    def __init__(self, *args, line_limit=0, **kwargs):
         super().__init__(*args, **kwargs)
         self.line_limit = line_limit
 
     def factory(self):
-        smtp_class = SMTP
-        if self.line_limit:
-            # The limit is read at construction (it also sizes the stream
-            # reader), so it goes on a subclass.
-            smtp_class = type("LongLineSMTP", (SMTP,), {"line_length_limit": self.line_limit})
+        # The limit is read at construction, so it goes on a subclass.
+        smtp_class = type("LongLineSMTP", (SMTP,), {"line_length_limit": self.line_limit}) if self.line_limit else SMTP
         return smtp_class(self.handler, **self.SMTP_kwargs)
 
     def _trigger_server(self):
@@ -79,70 +56,51 @@ class FreePortController(Controller):
         super()._trigger_server()
 
 
-def tls_context(cert, key):
-    context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
-    context.load_cert_chain(cert, key)
-    return context
-
-
 def main():
-    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    parser.add_argument("--starttls", action="store_true", help="offer STARTTLS")
-    parser.add_argument("--smtps", action="store_true", help="TLS from the first byte")
-    parser.add_argument("--cert", help="PEM certificate for TLS")
-    parser.add_argument("--key", help="PEM key for TLS")
-    parser.add_argument("--auth-login", metavar="USER:PASSWORD",
-                        help="accept AUTH LOGIN with these credentials")
-    parser.add_argument("--out", metavar="DIR", help="where messages are written")
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--starttls", action="store_true")
+    parser.add_argument("--smtps", action="store_true")
+    parser.add_argument("--cert")
+    parser.add_argument("--key")
+    parser.add_argument("--auth-login", metavar="USER:PASSWORD")
+    parser.add_argument("--out", required=True)
     parser.add_argument("--max-seconds", type=float, default=120.0)
-    parser.add_argument("--line-limit", type=int, default=0,
-                        help="longest accepted line in bytes (default: the server's 1001)")
+    parser.add_argument("--line-limit", type=int, default=0)
     args = parser.parse_args()
+    os.makedirs(args.out, exist_ok=True)
 
-    if (args.starttls or args.smtps) and not (args.cert and args.key):
-        parser.error("--starttls and --smtps need --cert and --key")
-    if args.starttls and args.smtps:
-        parser.error("--starttls and --smtps exclude each other")
-    if args.out:
-        os.makedirs(args.out, exist_ok=True)
-
-    smtp_options = {"server_hostname": "localhost", "ready_timeout": 10.0}
-    controller_options = {}
-    if args.starttls:
-        smtp_options["tls_context"] = tls_context(args.cert, args.key)
-    if args.smtps:
-        controller_options["ssl_context"] = tls_context(args.cert, args.key)
+    options = {"server_hostname": "localhost", "ready_timeout": 10.0}
+    if args.starttls or args.smtps:
+        context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
+        context.load_cert_chain(args.cert, args.key)
+        options["ssl_context" if args.smtps else "tls_context"] = context
     if args.auth_login:
-        user, sep, password = args.auth_login.partition(":")
-        if not sep:
-            parser.error("--auth-login needs USER:PASSWORD")
-        smtp_options["authenticator"] = make_authenticator(user, password)
-        smtp_options["auth_exclude_mechanism"] = ["PLAIN"]
-        # Over STARTTLS the server offers AUTH only once TLS is up; over
-        # implicit TLS (and in the clear) it offers it from the start.
-        smtp_options["auth_require_tls"] = args.starttls
+        expected = LoginPassword(*(part.encode("utf-8") for part in args.auth_login.split(":", 1)))
+
+        def authenticate(server, session, envelope, mechanism, auth_data):
+            # handled=False lets the server send its own 535 on a refusal.
+            return AuthResult(success=auth_data == expected, handled=False)
+
+        options.update(authenticator=authenticate, auth_exclude_mechanism=["PLAIN"],
+                       auth_require_tls=args.starttls)
 
     controller = FreePortController(Recorder(args.out), hostname="127.0.0.1", port=0,
-                                    line_limit=args.line_limit or None,
-                                    **controller_options, **smtp_options)
+                                    line_limit=args.line_limit, **options)
     controller.start()
     try:
         print("PORT %d" % controller.port, flush=True)
         stdin_closed = threading.Event()
 
         def watch_stdin():
-            try:
-                while sys.stdin.buffer.read(4096):
-                    pass
-            finally:
-                stdin_closed.set()
+            while sys.stdin.buffer.read(4096):
+                pass
+            stdin_closed.set()
 
         threading.Thread(target=watch_stdin, daemon=True).start()
         stdin_closed.wait(args.max_seconds)
     finally:
         controller.stop()
-    return 0
 
 
 if __name__ == "__main__":
-    sys.exit(main())
+    main()

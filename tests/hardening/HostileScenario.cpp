@@ -1,42 +1,14 @@
 #include "HostileScenario.h"
 
-#include <QMutexLocker>
 #include <QTcpServer>
-#include <QtGlobal>
 
 using oru::SmtpClient;
 
 namespace {
 
-const int kWaitMs = 30000;       // the library's bound on each blocking wait
-const int kQuickMs = 25000;      // a job without a full wait ends before this
+const int kWaitMs = 30000;  // the library's bound on each blocking wait
+const int kQuickMs = 25000; // a job without a full wait ends before this
 const int kBlockingSendMs = 1000;
-const char kKeyHeader[] = "X-Test-Key";
-const char kUnresolvable[] = "no-such-host.invalid";
-
-QString describe(const QList<Report>& reports, const QStringList& keys)
-{
-    QStringList parts;
-    for (const Report& report : reports) {
-        QString part = QString::number(report.code);
-        if (report.mail) {
-            const int index = keys.indexOf(messageKey(report.mail));
-            part += QLatin1Char('@') + (index < 0 ? QStringLiteral("?") : QString::number(index));
-        }
-        parts << part;
-    }
-    return parts.join(QLatin1Char(' '));
-}
-
-QString texts(const QList<Report>& reports)
-{
-    QStringList parts;
-    for (const Report& report : reports)
-        parts << QStringLiteral("%1 \"%2\"").arg(report.code).arg(report.text.trimmed().left(80));
-    return parts.join(QStringLiteral(", "));
-}
-
-} // namespace
 
 QByteArray attachmentContent(int bytes, int i)
 {
@@ -46,13 +18,15 @@ QByteArray attachmentContent(int bytes, int i)
     return content;
 }
 
+} // namespace
+
 oru::EMail keyedMessage(const QString& key, int attachmentBytes, int attachments)
 {
     oru::EMail mail;
     mail.from = oru::MailAddress(QStringLiteral("a@example.org"));
     mail.to << QStringLiteral("b@example.org");
     mail.subject = key;
-    mail[QLatin1String(kKeyHeader)] = key;
+    mail[QStringLiteral("X-Test-Key")] = key;
     for (int i = 0; attachmentBytes > 0 && i < attachments; ++i)
         mail.attach(QStringLiteral("application/octet-stream")).content = attachmentContent(attachmentBytes, i);
     return mail;
@@ -60,29 +34,12 @@ oru::EMail keyedMessage(const QString& key, int attachmentBytes, int attachments
 
 QString messageKey(const oru::constEMailPtr& mail)
 {
-    return mail ? mail->headers.value(QLatin1String(kKeyHeader)) : QString();
+    return mail ? mail->headers.value(QStringLiteral("X-Test-Key")) : QString();
 }
 
 QStringList envelopeSteps()
 {
     return ScriptedSmtpPeer::envelope(QStringLiteral("a@example.org"), {QStringLiteral("b@example.org")});
-}
-
-QStringList openingSteps(const QStringList& extensions)
-{
-    return ScriptedSmtpPeer::greetingAndEhlo(extensions);
-}
-
-quint16 closedLoopbackPort()
-{
-    QTcpServer server;
-    server.listen(QHostAddress::LocalHost, 0);
-    return server.serverPort();
-}
-
-HostileRun::HostileRun(const HostileScenario& scenario)
-    : m_scenario(scenario)
-{
 }
 
 HostileRun::~HostileRun()
@@ -94,22 +51,19 @@ HostileRun::~HostileRun()
         m_client->waitForSent(m_jobId, -1);
 }
 
-bool HostileRun::has(const char* word) const
-{
-    return m_scenario.client.split(QLatin1Char(' '), Qt::SkipEmptyParts).contains(QLatin1String(word));
-}
-
 bool HostileRun::start(QString* problem)
 {
+    const QStringList words = m_scenario.client.split(QLatin1Char(' '), Qt::SkipEmptyParts);
     QString host = QStringLiteral("127.0.0.1");
-    int port = 0;
-    if (has("refused")) {
-        port = closedLoopbackPort();
-    } else if (has("no-dns")) {
-        host = QLatin1String(kUnresolvable);
-        port = 25;
+    int port = 25;
+    if (words.contains(QLatin1String("refused"))) {
+        QTcpServer server;
+        server.listen(QHostAddress::LocalHost, 0);
+        port = server.serverPort();
+    } else if (words.contains(QLatin1String("no-dns"))) {
+        host = QStringLiteral("no-such-host.invalid");
     } else {
-        const bool tlsPeer = has("ssl") && !has("plain-peer");
+        const bool tlsPeer = words.contains(QLatin1String("ssl")) && !words.contains(QLatin1String("plain-peer"));
         m_peer.reset(new ScriptedSmtpPeer(tlsPeer ? ScriptedSmtpPeer::Smtps : ScriptedSmtpPeer::Plain));
         // A stalling peer waits for the client's close, which comes only
         // after the library's own waits.
@@ -122,44 +76,29 @@ bool HostileRun::start(QString* problem)
         port = m_peer->port();
     }
 
-    const bool auth = has("auth");
-    oru::SmtpAccess access(host, port, auth ? QStringLiteral("joe") : QString(),
-                           auth ? QStringLiteral("pw") : QString());
-    access.ssl = has("ssl");
-    access.tls = has("starttls");
+    const bool auth = words.contains(QLatin1String("auth"));
+    oru::SmtpAccess access(host, port, auth ? QStringLiteral("joe") : QString(), auth ? QStringLiteral("pw") : QString());
+    access.ssl = words.contains(QLatin1String("ssl"));
+    access.tls = words.contains(QLatin1String("starttls"));
     m_client.reset(new SmtpClient(access));
-    if (has("cram"))
+    if (words.contains(QLatin1String("cram")))
         m_client->useFeature(SmtpClient::AUTH_CRAM_MD5, true);
-    if (has("no-login"))
-        m_client->useFeature(SmtpClient::AUTH_LOGIN, false);
-
-    m_hostThread = QThread::currentThread();
     QObject::connect(m_client.get(), &SmtpClient::sent,
                      [this](oru::constEMailPtr mail, int code, const QString& text, int jobId) {
                          QMutexLocker lock(&m_mutex);
-                         m_reports << Report{mail, code, text, jobId,
-                                             QThread::currentThread() == m_hostThread, m_clock.elapsed()};
+                         m_reports << Report{mail, code, text, jobId, QThread::currentThread() == m_hostThread,
+                                             m_clock.elapsed()};
                      });
 
+    QList<oru::EMail> mails;
     for (int i = 0; i < m_scenario.messages; ++i)
-        m_mails << keyedMessage(QStringLiteral("message %1").arg(i), m_scenario.attachmentBytes,
-                                m_scenario.attachments);
-
+        mails << keyedMessage(QStringLiteral("message %1").arg(i), m_scenario.attachmentBytes, m_scenario.attachments);
     m_clock.start();
-    m_jobId = m_client->send(m_mails);
+    m_jobId = m_client->send(mails);
     m_sendMs = m_clock.elapsed();
-    m_mails.clear();  // the job holds copies of its own
     return true;
 }
 
-QList<Report> HostileRun::reports() const
-{
-    QMutexLocker lock(&m_mutex);
-    return m_reports;
-}
-
-// Every body the peer accepted holds every attachment whole, as one base64
-// line.
 QString HostileRun::checkBodies() const
 {
     if (!m_peer->waitForFinished(20000))
@@ -169,13 +108,8 @@ QString HostileRun::checkBodies() const
         return QStringLiteral("the peer took no message body");
     for (int b = 0; b < bodies.size(); ++b) {
         for (int i = 0; i < m_scenario.attachments; ++i) {
-            const QByteArray line = "\r\n" + attachmentContent(m_scenario.attachmentBytes, i).toBase64() + "\r\n";
-            if (!bodies.at(b).contains(line)) {
-                return QStringLiteral("body %1 (%2 bytes) lacks attachment %3 whole")
-                    .arg(b)
-                    .arg(bodies.at(b).size())
-                    .arg(i);
-            }
+            if (!bodies.at(b).contains("\r\n" + attachmentContent(m_scenario.attachmentBytes, i).toBase64() + "\r\n"))
+                return QStringLiteral("body %1 (%2 bytes) lacks attachment %3 whole").arg(b).arg(bodies.at(b).size()).arg(i);
         }
     }
     return QString();
@@ -185,8 +119,7 @@ QString HostileRun::check()
 {
     QStringList problems;
     const qint64 bound = qint64(m_scenario.stalls) * kWaitMs + kQuickMs;
-    const qint64 left = qMax<qint64>(1, bound - m_clock.elapsed());
-    const int waitResult = m_client->waitForSent(m_jobId, int(left));
+    const int waitResult = m_client->waitForSent(m_jobId, int(qMax<qint64>(1, bound - m_clock.elapsed())));
     if (waitResult == -2) {
         problems << QStringLiteral("the job was still running %1 ms after send()").arg(bound);
         // The client must outlive the job: give it a last chance, then stop
@@ -202,16 +135,12 @@ QString HostileRun::check()
     if (m_sendMs > kBlockingSendMs)
         problems << QStringLiteral("send() kept the host waiting for %1 ms").arg(m_sendMs);
 
-    QStringList keys;
-    for (int i = 0; i < m_scenario.messages; ++i)
-        keys << QStringLiteral("message %1").arg(i);
-    const QList<Report> got = reports();
-    const QString gotText = describe(got, keys);
-    const QString wanted = m_scenario.reports.join(QLatin1Char(' '));
-    if (gotText != wanted)
-        problems << QStringLiteral("reports [%1], expected [%2]; texts: %3").arg(gotText, wanted, texts(got));
-
-    for (const Report& report : got) {
+    QMutexLocker lock(&m_mutex);
+    QStringList got, texts;
+    for (const Report& report : qAsConst(m_reports)) {
+        const QString key = messageKey(report.mail);
+        got << QString::number(report.code) + (report.mail ? QLatin1Char('@') + key.mid(8) : QString());
+        texts << QStringLiteral("%1 \"%2\"").arg(report.code).arg(report.text.trimmed().left(80));
         if (report.jobId != m_jobId)
             problems << QStringLiteral("a report carried job id %1 instead of %2").arg(report.jobId).arg(m_jobId);
         if (report.onHostThread)
@@ -219,16 +148,15 @@ QString HostileRun::check()
         if (report.code == -1 && report.text.isEmpty())
             problems << QStringLiteral("a connection failure came without the socket's error text");
     }
-    if (m_scenario.stalls > 0 && !got.isEmpty()) {
-        const qint64 least = qint64(m_scenario.stalls) * kWaitMs - 1000;
-        if (got.last().atMs < least) {
-            problems << QStringLiteral("the last report came after %1 ms; the scenario means %2 full waits")
-                            .arg(got.last().atMs)
-                            .arg(m_scenario.stalls);
-        }
-    }
-
-    if (m_peer && m_scenario.attachmentBytes > 0 && !got.isEmpty() && got.last().code == 250) {
+    if (got != m_scenario.reports)
+        problems << QStringLiteral("reports [%1], expected [%2]; texts: %3")
+                        .arg(got.join(QLatin1Char(' ')), m_scenario.reports.join(QLatin1Char(' ')), texts.join(", "));
+    const qint64 lastMs = m_reports.isEmpty() ? 0 : m_reports.last().atMs;
+    if (m_scenario.stalls > 0 && lastMs < qint64(m_scenario.stalls) * kWaitMs - 1000)
+        problems << QStringLiteral("the last report came after %1 ms; the scenario means %2 full waits")
+                        .arg(lastMs)
+                        .arg(m_scenario.stalls);
+    if (m_peer && m_scenario.attachmentBytes > 0 && !m_reports.isEmpty() && m_reports.last().code == 250) {
         const QString bodies = checkBodies();
         if (!bodies.isEmpty())
             problems << bodies;
@@ -236,8 +164,7 @@ QString HostileRun::check()
 
     if (problems.isEmpty())
         return QString();
-    QString text = m_scenario.name + QStringLiteral(": ") + problems.join(QStringLiteral("; "));
-    if (m_peer && !m_peer->failure().isEmpty())
-        text += QStringLiteral(" (peer: %1)").arg(m_peer->failure());
-    return text;
+    const QString peerFailure = m_peer ? m_peer->failure() : QString();
+    return m_scenario.name + QStringLiteral(": ") + problems.join(QStringLiteral("; "))
+        + (peerFailure.isEmpty() ? QString() : QStringLiteral(" (peer: %1)").arg(peerFailure));
 }

@@ -70,16 +70,11 @@ void tst_StartTlsInjection::injectedLines()
     QFETCH(QStringList, reply);
     QFETCH(bool, upgraded);
 
-    HostileScenario scenario;
-    scenario.name = QString::fromLatin1(QTest::currentDataTag());
-    scenario.client = QStringLiteral("starttls auth");
-    scenario.script = openingSteps({QStringLiteral("STARTTLS")}) + beforeCommand
-        + QStringList{QStringLiteral("C: STARTTLS")} + reply + QStringList{QStringLiteral("starttls"), QStringLiteral("C: EHLO localhost")}
-        + Peer::ehloReply({QStringLiteral("AUTH LOGIN")}) + Peer::authLogin(QStringLiteral("joe"), QStringLiteral("pw"))
+    const QStringList script = Peer::greetingAndEhlo({"STARTTLS"}) + beforeCommand + QStringList{"C: STARTTLS"} + reply
+        + QStringList{"starttls", "C: EHLO localhost"} + Peer::ehloReply({"AUTH LOGIN"}) + Peer::authLogin("joe", "pw")
         + envelopeSteps() + Peer::dataAndQuit();
-    scenario.reports = upgraded ? QStringList{QStringLiteral("250@0")} : QStringList{QStringLiteral("-1")};
-    scenario.waitResult = upgraded ? 250 : 220;
-
+    const HostileScenario scenario{QTest::currentDataTag(), "starttls auth", script,
+                                   {upgraded ? "250@0" : "-1"}, upgraded ? 250 : 220};
     HostileRun run(scenario);
     QString problem;
     QVERIFY2(run.start(&problem), qPrintable(problem));

@@ -2,7 +2,6 @@
 
 #include <QCoreApplication>
 #include <QEvent>
-#include <QTcpServer>
 
 SentRecorder::SentRecorder(oru::SmtpClient* client)
 {
@@ -16,8 +15,7 @@ QList<SentReport> SentRecorder::take()
     return reports;
 }
 
-void SentRecorder::record(oru::constEMailPtr mail, int responseCode, const QString& message,
-                          int jobId)
+void SentRecorder::record(oru::constEMailPtr mail, int responseCode, const QString& message, int jobId)
 {
     reports << SentReport{mail, responseCode, message, jobId};
 }
@@ -40,13 +38,6 @@ oru::EMail textMessage(const QString& from, const QStringList& to, const QString
 oru::SmtpAccess peerAccess(quint16 port)
 {
     return oru::SmtpAccess(QStringLiteral("127.0.0.1"), int(port), QString(), QString());
-}
-
-quint16 closedPort()
-{
-    QTcpServer server;
-    server.listen(QHostAddress::LocalHost, 0);
-    return server.serverPort();
 }
 
 QList<int> Played::codes() const
@@ -82,7 +73,6 @@ Played play(const QStringList& script, const QList<oru::EMail>& mails, const Cli
     played.receivedAfterTls = peer.receivedAfterTls();
     played.data = peer.data();
     played.encrypted = peer.connection(0).encrypted;
-    played.diagnosis = "server: " + peer.failure().toLocal8Bit() + "\nreceived:\n"
-        + played.received.left(2000);
+    played.diagnosis = "server: " + peer.failure().toLocal8Bit() + "\nreceived:\n" + played.received.left(2000);
     return played;
 }

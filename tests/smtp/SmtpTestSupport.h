@@ -39,16 +39,10 @@ private:
 
 /// Script steps from one text, separated by "|".
 QStringList steps(const QString& joined);
-
-/// A message with only a plain text (the HTML alternative stays empty).
-oru::EMail textMessage(const QString& from, const QStringList& to,
-                       const QString& subject = QStringLiteral("Hello"));
-
+/// A message with only a plain text "Hello world".
+oru::EMail textMessage(const QString& from, const QStringList& to, const QString& subject = QStringLiteral("Hello"));
 /// Plain settings for a server on 127.0.0.1, without credentials.
 oru::SmtpAccess peerAccess(quint16 port);
-
-/// A loopback port with nothing listening on it.
-quint16 closedPort();
 
 /// What a job did and what the scripted server saw of it.
 struct Played
@@ -71,6 +65,5 @@ using ClientSetup = std::function<void(oru::SmtpClient&)>;
 
 /// Starts a scripted server, lets setup adjust a client for it, sends mails
 /// as one job and waits (bounded) for the job and the server.
-Played play(const QStringList& script, const QList<oru::EMail>& mails,
-            const ClientSetup& setup = ClientSetup(),
+Played play(const QStringList& script, const QList<oru::EMail>& mails, const ClientSetup& setup = ClientSetup(),
             ScriptedSmtpPeer::Mode mode = ScriptedSmtpPeer::Plain);

@@ -46,13 +46,10 @@ enum class Thrown { Qt, Terminal, Ovk, Std, Other };
 ClientSetup throwingOnReports(Thrown kind)
 {
     return [kind](SmtpClient& client) {
-        QObject::connect(
-            &client, &SmtpClient::sent, &client,
-            [kind](oru::constEMailPtr, int code, const QString&, int) {
-                if (code != -3)
-                    throwKind(kind);
-            },
-            Qt::DirectConnection);
+        QObject::connect(&client, &SmtpClient::sent, [kind](oru::constEMailPtr, int code, const QString&, int) {
+            if (code != -3)
+                throwKind(kind);
+        });
     };
 }
 
@@ -104,16 +101,13 @@ void tst_SmtpClientJob::exceptionInJob()
     QCOMPARE(p.reports.at(1).jobId, p.id);
     QCOMPARE(p.waitResult, 554);  // -3 is only reported, never recorded
     QVERIFY(p.received.isEmpty());
+    // The head is the time and the level; nothing is written below level 3.
     const QString written = QString::fromUtf8(log.data());
-    if (logLevel < 3) {
-        QCOMPARE(written, QString());
-        return;
-    }
-    const QRegularExpression line(
-        QStringLiteral("^\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\d\\.\\d{3} 3 "
-                       "\\[oru::SmtpClient::SmtpJob::run\\(\\)\\] SmtpError::Exception ")
-        + QRegularExpression::escape(text) + QStringLiteral("\n$"));
-    QVERIFY2(line.match(written).hasMatch(), qPrintable(written));
+    const QRegularExpression line(QStringLiteral("^\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\d\\.\\d{3} 3 ")
+                                  + QRegularExpression::escape(QStringLiteral("[oru::SmtpClient::SmtpJob::run()] "
+                                                                              "SmtpError::Exception ") + text)
+                                  + QStringLiteral("\n$"));
+    QVERIFY2(logLevel < 3 ? written.isEmpty() : line.match(written).hasMatch(), qPrintable(written));
 }
 
 QTEST_GUILESS_MAIN(tst_SmtpClientJob)

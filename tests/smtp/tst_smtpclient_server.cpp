@@ -19,10 +19,10 @@ using oru::SmtpClient;
 
 namespace {
 
-ParsedPart partOfType(const ParsedMessage& message, const QString& type)
+ParsedPart partOfType(const ParsedMessage& message, const char* type)
 {
     for (const ParsedPart& part : message.parts) {
-        if (part.contentType == type)
+        if (part.contentType == QLatin1String(type))
             return part;
     }
     return ParsedPart();
@@ -49,7 +49,8 @@ void tst_SmtpClientServer::initTestCase_data()
 
 void tst_SmtpClientServer::initTestCase()
 {
-    QVERIFY2(QSslSocket::supportsSsl() && TestCertificate::shared().isValid(), qPrintable(TestCertificate::shared().error()));
+    QVERIFY2(QSslSocket::supportsSsl() && TestCertificate::shared().isValid(),
+             qPrintable(TestCertificate::shared().error()));
 }
 
 void tst_SmtpClientServer::deliversToRealServer()
@@ -61,20 +62,18 @@ void tst_SmtpClientServer::deliversToRealServer()
     options.smtps = smtps;
     options.user = QStringLiteral("joe");
     options.password = QStringLiteral("s3cret");
-    options.maxSeconds = 90;
     options.lineLimit = 1 << 20;
     AiosmtpdServer server(options);
     QVERIFY2(server.start(), qPrintable(server.error()));
 
     // A file attachment read from disk and an image encoded by Qt.
     QTemporaryDir dir;
-    QByteArray fileBytes;
-    for (int i = 0; i < 40000; ++i)
-        fileBytes.append(char((i * 31 + i / 97) & 0xff));
+    QByteArray fileBytes(40000, '\0');
+    for (int i = 0; i < fileBytes.size(); ++i)
+        fileBytes[i] = char(i * 31 + i / 97);
     const QString path = dir.filePath(QStringLiteral("report.bin"));
     QFile out(path);
-    QVERIFY(out.open(QIODevice::WriteOnly) && out.write(fileBytes) == fileBytes.size());
-    out.close();
+    QVERIFY(out.open(QIODevice::WriteOnly) && out.write(fileBytes) == fileBytes.size() && out.flush());
     QImage image(16, 16, QImage::Format_RGB32);
     image.fill(Qt::darkCyan);
 
@@ -96,8 +95,7 @@ void tst_SmtpClientServer::deliversToRealServer()
     const QByteArray pngBytes = mail.parts.at(2).content;
     QVERIFY(pngBytes.startsWith("\x89PNG"));
 
-    oru::SmtpAccess access(QStringLiteral("127.0.0.1"), int(server.port()), options.user,
-                           options.password);
+    oru::SmtpAccess access(QStringLiteral("127.0.0.1"), int(server.port()), options.user, options.password);
     access.ssl = smtps;
     access.tls = !smtps;
     SmtpClient client(access);
@@ -119,14 +117,14 @@ void tst_SmtpClientServer::deliversToRealServer()
     QVERIFY2(parsed.defects.size() == 2, qPrintable(parsed.defects.join(QLatin1Char('\n'))));
     QCOMPARE(parsed.subject, mail.subject);
 
-    const ParsedPart plain = partOfType(parsed, QStringLiteral("text/plain"));
+    const ParsedPart plain = partOfType(parsed, "text/plain");
     QCOMPARE(QString(plain.text).replace(QStringLiteral("\r\n"), QStringLiteral("\n")), text);
-    QCOMPARE(partOfType(parsed, QStringLiteral("text/html")).text.trimmed(), QStringLiteral("<p>H&auml;llo</p>"));
-    const ParsedPart attachment = partOfType(parsed, QStringLiteral("application/octet-stream"));
+    QCOMPARE(partOfType(parsed, "text/html").text.trimmed(), QStringLiteral("<p>H&auml;llo</p>"));
+    const ParsedPart attachment = partOfType(parsed, "application/octet-stream");
     QCOMPARE(attachment.filename, QStringLiteral("report.bin"));
     QCOMPARE(attachment.disposition, QStringLiteral("attachment"));
     QVERIFY(attachment.payload == fileBytes);
-    const ParsedPart png = partOfType(parsed, QStringLiteral("image/png"));
+    const ParsedPart png = partOfType(parsed, "image/png");
     QCOMPARE(png.filename, QStringLiteral("picture.png"));
     QVERIFY(png.payload == pngBytes);
 }

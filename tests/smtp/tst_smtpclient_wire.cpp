@@ -1,5 +1,6 @@
 // The bytes of a message between DATA and the end-of-data line: whole
-// texts of typical messages, single headers and bodies, large attachments.
+// texts of typical messages and single headers. (Attachments of many
+// megabytes go out whole, as one base64 line: see the hardening tests.)
 
 #include "SmtpTestSupport.h"
 
@@ -20,12 +21,10 @@ namespace {
 
 const QString kFrom = QStringLiteral("s@example.org");
 
-QByteArray readData(const QString& name)
+QByteArray golden(const QString& name)
 {
-    QFile file(QString::fromLocal8Bit(qgetenv("QUILLET_TEST_DATA")) + QLatin1Char('/') + name);
-    if (!file.open(QIODevice::ReadOnly))
-        return QByteArray("cannot read ") + name.toLocal8Bit();
-    return file.readAll();
+    QFile file(qEnvironmentVariable("QUILLET_TEST_DATA") + QLatin1Char('/') + name);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : "cannot read " + name.toLocal8Bit();
 }
 
 // What one message looks like between DATA and the end-of-data line.
@@ -67,15 +66,13 @@ QByteArray normalised(QByteArray wire)
     return wire;
 }
 
-// The top-level header lines, up to the first empty line.
-QMap<QString, QString> topHeaders(const QByteArray& wire)
+// The top-level header lines as name and value, in wire order.
+QList<QPair<QString, QString>> topHeaders(const QByteArray& wire)
 {
-    QMap<QString, QString> headers;
+    QList<QPair<QString, QString>> headers;
     for (const QByteArray& line : wire.left(wire.indexOf("\r\n\r\n")).split('\n')) {
-        const int colon = line.indexOf(": ");
-        if (colon > 0)
-            headers.insert(QString::fromLatin1(line.left(colon)),
-                           QString::fromLatin1(line.mid(colon + 2)).remove(QLatin1Char('\r')));
+        const QString text = QString::fromLatin1(line).remove(QLatin1Char('\r'));
+        headers << qMakePair(text.section(QLatin1String(": "), 0, 0), text.section(QLatin1String(": "), 1));
     }
     return headers;
 }
@@ -126,7 +123,7 @@ EMail withAttachments()
 
 EMail withContentType(const QString& type, const QByteArray& content)
 {
-    EMail mail = oru::EMail();
+    EMail mail;
     mail.from = MailAddress(kFrom);
     mail.to << QStringLiteral("r@example.org");
     mail.plainTextContent().content = content;
@@ -145,15 +142,12 @@ private slots:
     void wholeMessage();
     void header_data();
     void header();
-    void largeAttachment_data();
-    void largeAttachment();
-
 };
 
 void tst_SmtpClientWire::wholeMessage_data()
 {
     QTest::addColumn<EMail>("mail");
-    QTest::addColumn<QString>("golden");
+    QTest::addColumn<QString>("file");
 
     QTest::newRow("plain text only") << plainOnly() << "smtp_wire_plain_only.eml";
     QTest::newRow("html without attachment")
@@ -164,10 +158,9 @@ void tst_SmtpClientWire::wholeMessage_data()
 void tst_SmtpClientWire::wholeMessage()
 {
     QFETCH(EMail, mail);
-    QFETCH(QString, golden);
+    QFETCH(QString, file);
 
-    const QByteArray wire = normalised(transmit(mail));
-    QCOMPARE(QString::fromLatin1(wire), QString::fromLatin1(readData(golden)));
+    QCOMPARE(QString::fromLatin1(normalised(transmit(mail))), QString::fromLatin1(golden(file)));
 }
 
 void tst_SmtpClientWire::header_data()
@@ -208,49 +201,21 @@ void tst_SmtpClientWire::header()
     QFETCH(QString, value);
 
     const QByteArray wire = transmit(mail);
-    const QMap<QString, QString> headers = topHeaders(wire);
-    QVERIFY2(headers.contains(QStringLiteral("From")), wire.constData());
-    QCOMPARE(headers.value(name), value);
-    QCOMPARE(headers.contains(name), !value.isNull());
-    // Header lines come in the order of their names.
-    const QStringList names = headers.keys();
-    QStringList inWireOrder;
-    for (const QByteArray& line : wire.left(wire.indexOf("\r\n\r\n")).split('\n'))
-        inWireOrder << QString::fromLatin1(line.left(line.indexOf(':')));
-    QCOMPARE(inWireOrder, names);
-}
-
-void tst_SmtpClientWire::largeAttachment_data()
-{
-    QTest::addColumn<int>("size");
-
-    QTest::newRow("100 000 bytes") << 100000;
-    QTest::newRow("over a mebibyte") << 1024 * 1024 + 2;
-}
-
-void tst_SmtpClientWire::largeAttachment()
-{
-    QFETCH(int, size);
-
-    QByteArray bytes(size, '\0');
-    for (int i = 0; i < size; ++i)
-        bytes[i] = char((i * 7 + i / 251) & 0xff);
-    EMail mail = textMessage(kFrom, {"r@example.org"});
-    mail.attach(QStringLiteral("application/octet-stream")).content = bytes;
-
-    const QByteArray wire = transmit(mail);
-    const int encodedSize = (size + 2) / 3 * 4;
-    QVERIFY2(wire.contains("\r\nContent-Length: " + QByteArray::number(encodedSize) + "\r\n"),
-             wire.left(400).constData());
-    QByteArray line;
-    for (const QByteArray& l : wire.split('\n')) {
-        if (l.size() > line.size())
-            line = l;
+    const QList<QPair<QString, QString>> headers = topHeaders(wire);
+    QVERIFY2(!wire.startsWith("failed: "), wire.constData());
+    QStringList names;
+    QString found;  // null: no such header line
+    for (const auto& header : headers) {
+        names << header.first;
+        if (header.first == name)
+            found = header.second;
     }
-    QVERIFY(line.endsWith('\r'));
-    line.chop(1);
-    QCOMPARE(line.size(), encodedSize);
-    QVERIFY(QByteArray::fromBase64(line) == bytes);
+    QCOMPARE(found, value);
+    // Header lines come once each, in the order of their names.
+    QStringList sorted = names;
+    sorted.sort();
+    sorted.removeDuplicates();
+    QCOMPARE(names, sorted);
 }
 
 QTEST_GUILESS_MAIN(tst_SmtpClientWire)
