@@ -49,7 +49,7 @@ bool AiosmtpdServer::start()
     // stderr goes to a file so that a chatty server never blocks on a pipe.
     m_process.setStandardErrorFile(m_dir.filePath(QStringLiteral("server.log")));
     m_process.start(testSupportPython(), arguments);
-    const QDeadlineTimer deadline(m_options.startTimeoutMs);
+    const QDeadlineTimer deadline(20000);
     while (!m_process.canReadLine() && m_process.state() != QProcess::NotRunning && !deadline.hasExpired())
         m_process.waitForReadyRead(int(qBound<qint64>(1, deadline.remainingTime(), 50)));
     const QByteArray line = m_process.readLine().trimmed();

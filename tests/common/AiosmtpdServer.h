@@ -33,7 +33,6 @@ public:
         QString password;
         int maxSeconds = 120;   //!< the server stops by itself after this
         int lineLimit = 0;      //!< longest accepted line; 0 keeps the server's 1001
-        int startTimeoutMs = 20000;
     };
 
     //! The envelope of one received message.
@@ -50,8 +49,8 @@ public:
     AiosmtpdServer(const AiosmtpdServer&) = delete;
     AiosmtpdServer& operator=(const AiosmtpdServer&) = delete;
 
-    //! Starts the server and waits for its port. False with error() when it
-    //! does not come up in time.
+    //! Starts the server and waits (up to 20 s) for its port. False with
+    //! error() when it does not come up in time.
     bool start();
     //! Closes the server's stdin, then terminates and kills it if need be.
     void stop();

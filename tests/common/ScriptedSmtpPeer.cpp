@@ -4,9 +4,9 @@
 #include "TestCertificate.h"
 
 #include <QMutex>
+#include <QSemaphore>
 #include <QTcpServer>
 #include <QThread>
-#include <QWaitCondition>
 
 #include <algorithm>
 
@@ -52,8 +52,7 @@ public:
 
     // Shared with the peer's thread.
     mutable QMutex mutex;
-    QWaitCondition listening;
-    bool started = false;
+    QSemaphore listening;
     QString startError;
     QString acceptFailure;
     quint16 port = 0;
@@ -63,17 +62,16 @@ public:
 void ScriptedSmtpPeer::Private::run()
 {
     DescriptorServer server;
+    const bool ok = server.listen(QHostAddress::LocalHost, 0);
     {
         QMutexLocker lock(&mutex);
-        if (server.listen(QHostAddress::LocalHost, 0))
-            port = server.serverPort();
-        else
+        port = server.serverPort();
+        if (!ok)
             startError = QStringLiteral("cannot listen on 127.0.0.1: %1").arg(server.errorString());
-        started = true;
-        listening.wakeAll();
-        if (port == 0)
-            return;
     }
+    listening.release();
+    if (!ok)
+        return;
 
     for (int i = 0; i < connections; ++i) {
         const QDeadlineTimer deadline(acceptTimeout);
@@ -153,13 +151,11 @@ bool ScriptedSmtpPeer::start()
     Private* p = d.get();
     d->thread.reset(QThread::create([p] { p->run(); }));
     d->thread->start();
+    const bool started = d->listening.tryAcquire(1, 10000);
     QMutexLocker lock(&d->mutex);
-    const QDeadlineTimer deadline(10000);
-    while (!d->started && d->listening.wait(&d->mutex, deadline)) {
-    }
-    if (!d->started)
+    if (!started)
         d->startError = QStringLiteral("the peer's thread did not start within 10 s");
-    return d->started && d->startError.isEmpty();
+    return d->startError.isEmpty();
 }
 
 quint16 ScriptedSmtpPeer::port() const
@@ -218,12 +214,6 @@ QList<QByteArray> ScriptedSmtpPeer::data() const
 QByteArray ScriptedSmtpPeer::data(int i) const
 {
     return data().value(i);
-}
-
-int ScriptedSmtpPeer::connectionCount() const
-{
-    QMutexLocker lock(&d->mutex);
-    return d->results.size();
 }
 
 ScriptedSmtpPeer::ConnectionResult ScriptedSmtpPeer::connection(int i) const

@@ -106,7 +106,6 @@ public:
     //! The i-th message body; empty when there is none.
     QByteArray data(int i) const;
 
-    int connectionCount() const;
     //! Result of the i-th finished connection; default when out of range.
     ConnectionResult connection(int i) const;
 

@@ -79,7 +79,7 @@ bool HostileRun::start(QString* problem)
     const bool auth = words.contains(QLatin1String("auth"));
     oru::SmtpAccess access(host, port, auth ? QStringLiteral("joe") : QString(), auth ? QStringLiteral("pw") : QString());
     access.ssl = words.contains(QLatin1String("ssl"));
-    access.tls = words.contains(QLatin1String("starttls"));
+    access.tls = m_starttls = words.contains(QLatin1String("starttls"));
     m_client.reset(new SmtpClient(access));
     if (words.contains(QLatin1String("cram")))
         m_client->useFeature(SmtpClient::AUTH_CRAM_MD5, true);
@@ -112,6 +112,19 @@ QString HostileRun::checkBodies() const
                 return QStringLiteral("body %1 (%2 bytes) lacks attachment %3 whole").arg(b).arg(bodies.at(b).size()).arg(i);
         }
     }
+    return QString();
+}
+
+// Plain text after STARTTLS would be read as replies by a server that
+// takes it; only the TLS hello (a handshake record, 0x16) may follow.
+QString HostileRun::checkClearText() const
+{
+    if (!m_peer->waitForFinished(20000))
+        return QStringLiteral("the peer did not finish");
+    const QByteArray clear = m_peer->received().chopped(m_peer->receivedAfterTls().size());
+    const int end = clear.indexOf("STARTTLS\r\n") + 10;
+    if (end >= 10 && clear.size() > end && clear.at(end) != '\x16')
+        return QStringLiteral("plain text after STARTTLS: %1").arg(QString::fromLatin1(clear.mid(end, 40).toHex()));
     return QString();
 }
 
@@ -156,11 +169,11 @@ QString HostileRun::check()
         problems << QStringLiteral("the last report came after %1 ms; the scenario means %2 full waits")
                         .arg(lastMs)
                         .arg(m_scenario.stalls);
-    if (m_peer && m_scenario.attachmentBytes > 0 && !m_reports.isEmpty() && m_reports.last().code == 250) {
-        const QString bodies = checkBodies();
-        if (!bodies.isEmpty())
-            problems << bodies;
-    }
+    if (m_peer && m_scenario.attachmentBytes > 0 && !m_reports.isEmpty() && m_reports.last().code == 250)
+        problems << checkBodies();
+    if (m_peer && m_starttls)
+        problems << checkClearText();
+    problems.removeAll(QString());
 
     if (problems.isEmpty())
         return QString();

@@ -24,6 +24,9 @@
 /// `reports` lists the sent() reports in order: "<code>" for a report without
 /// a message, "<code>@<i>" for one naming the job's i-th message.
 ///
+/// With "starttls", nothing but the client's TLS hello may follow its
+/// STARTTLS command in the clear.
+///
 /// Each message carries `attachments` attachments of `attachmentBytes` bytes.
 /// Whenever the peer accepts a message that has attachments, each of them
 /// must have arrived whole, as one base64 line.
@@ -72,6 +75,7 @@ private:
         qint64 atMs;  ///< since send() was called
     };
     QString checkBodies() const;
+    QString checkClearText() const;
 
     HostileScenario m_scenario;
     std::unique_ptr<ScriptedSmtpPeer> m_peer;
@@ -80,6 +84,7 @@ private:
     QElapsedTimer m_clock;
     qint64 m_sendMs = 0;
     int m_jobId = 0;
+    bool m_starttls = false;
     QMutex m_mutex;
     QList<Report> m_reports;
 };

@@ -32,6 +32,14 @@ QVector<HostileScenario> quickScenarios()
     const QStringList data = open + envelopeSteps() + QStringList{"C: DATA", "S: 354 go ahead"};
     const QString longChallenge = "S: 334 " + QString::fromLatin1(QByteArray(4096, 'c').toBase64());
     const QString filler = QStringLiteral("S* 10000 250-X-FILLER some extension text");
+    // After the upgrade only LOGIN is offered, and the session goes on.
+    const QStringList afterTls = QStringList{"starttls", "C: EHLO localhost"} + Peer::ehloReply({"AUTH LOGIN"})
+        + Peer::authLogin("joe", "pw") + delivery;
+    const auto injected = [&](const char* name, const QStringList& before, const QStringList& reply, bool upgraded) {
+        return HostileScenario{QStringLiteral("STARTTLS injection: ") + name, "starttls auth",
+                               Peer::greetingAndEhlo({"STARTTLS"}) + before + QStringList{"C: STARTTLS"} + reply + afterTls,
+                               {upgraded ? "250@0" : "-1"}, upgraded ? 250 : 220};
+    };
 
     return {
         // Connecting
@@ -49,6 +57,21 @@ QVector<HostileScenario> quickScenarios()
          startTls + QStringList{"wait 100", kHalfServerHello, "close"}, {"-1"}, 220},
         {"STARTTLS answered 220, then plaintext", "starttls",
          startTls + QStringList{"wait 100", "S: 250 plaintext after all", "expect-close"}, {"-1"}, 220},
+        // Lines injected ahead of the handshake never count as replies: with
+        // the 220 in one segment they are dropped, later they break it.
+        injected("fake EHLO reply offering PLAIN, same segment", {},
+                 {"S~ 220 go ahead\\r\\n250-localhost\\r\\n250-AUTH PLAIN\\r\\n250 OK\\r\\n"}, true),
+        injected("replies for a whole session, same segment", {},
+                 {"S~ 220 go ahead\\r\\n250-localhost\\r\\n250-AUTH LOGIN\\r\\n250 OK\\r\\n334 VXNlcm5hbWU6\\r\\n"
+                  "334 UGFzc3dvcmQ6\\r\\n235 fake\\r\\n250 OK\\r\\n250 OK\\r\\n354 go\\r\\n250 OK\\r\\n"},
+                 true),
+        injected("injected refusal, same segment", {}, {"S~ 220 go ahead\\r\\n554 injected refusal\\r\\n"}, true),
+        injected("bytes that look like TLS, same segment", {},
+                 {"S~ 220 go ahead\\r\\n\\x16\\x03\\x03\\x00\\x02\\x01\\x00"}, true),
+        injected("a line without its end, same segment", {}, {"S~ 220 go ahead\\r\\n250 partial"}, true),
+        injected("fake EHLO reply after the 220", {},
+                 {"S: 220 go ahead", "wait 300", "S: 250-localhost", "S: 250-AUTH PLAIN", "S: 250 OK"}, false),
+        injected("false 220 ahead of the STARTTLS command", {"S: 220 early and false"}, {"S: 220 go ahead"}, false),
         {"SMTPS: close in the middle of the server's TLS hello", "ssl plain-peer", {"wait 100", kHalfServerHello, "close"},
          {"-1"}, 0},
         {"SMTPS: close right after the handshake", "ssl", {"close"}, {"0"}, 0},

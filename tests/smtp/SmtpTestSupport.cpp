@@ -40,14 +40,6 @@ oru::SmtpAccess peerAccess(quint16 port)
     return oru::SmtpAccess(QStringLiteral("127.0.0.1"), int(port), QString(), QString());
 }
 
-QList<int> Played::codes() const
-{
-    QList<int> result;
-    for (const SentReport& report : reports)
-        result << report.code;
-    return result;
-}
-
 Played play(const QStringList& script, const QList<oru::EMail>& mails, const ClientSetup& setup,
             ScriptedSmtpPeer::Mode mode)
 {
@@ -67,12 +59,7 @@ Played play(const QStringList& script, const QList<oru::EMail>& mails, const Cli
         client.waitForSent(played.id, -1);
     peer.waitForFinished(10000);
     played.reports = recorder.take();
-    played.completed = peer.scriptCompleted();
-    played.lines = peer.clientLines();
-    played.received = peer.received();
-    played.receivedAfterTls = peer.receivedAfterTls();
-    played.data = peer.data();
-    played.encrypted = peer.connection(0).encrypted;
+    static_cast<ScriptedSmtpPeer::ConnectionResult&>(played) = peer.connection(0);
     played.diagnosis = "server: " + peer.failure().toLocal8Bit() + "\nreceived:\n" + played.received.left(2000);
     return played;
 }

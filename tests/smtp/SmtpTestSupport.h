@@ -44,21 +44,13 @@ oru::EMail textMessage(const QString& from, const QStringList& to, const QString
 /// Plain settings for a server on 127.0.0.1, without credentials.
 oru::SmtpAccess peerAccess(quint16 port);
 
-/// What a job did and what the scripted server saw of it.
-struct Played
+/// What a job did, and what the scripted server saw of it.
+struct Played : ScriptedSmtpPeer::ConnectionResult
 {
     int id = 0;
     int waitResult = 0;  ///< waitForSent with 20 s
     QList<SentReport> reports;
-    bool completed = false;  ///< the server played its whole script
-    QByteArray diagnosis;    ///< for failure messages
-    QStringList lines;       ///< client lines the script read
-    QByteArray received;
-    QByteArray receivedAfterTls;
-    QList<QByteArray> data;
-    bool encrypted = false;
-
-    QList<int> codes() const;
+    QByteArray diagnosis;  ///< for failure messages
 };
 
 using ClientSetup = std::function<void(oru::SmtpClient&)>;

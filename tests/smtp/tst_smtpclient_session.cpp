@@ -128,7 +128,7 @@ void tst_SmtpClientSession::nextCommand()
     const Played p = play(steps("S: 220 hi|C: EHLO localhost") + ehlo + steps("C: *"), {mailTo({"b@example.org"})},
                           setup);
     QVERIFY2(p.completed, p.diagnosis);
-    QCOMPARE(p.lines.value(1), next);
+    QCOMPARE(p.clientLines.value(1), next);
 }
 
 void tst_SmtpClientSession::dialogue_data()
@@ -261,7 +261,7 @@ void tst_SmtpClientSession::dialogue()
     // The client sent nothing the script did not read: no RSET, no QUIT
     // after an ending.
     int read = 0;
-    for (const QString& line : p.lines)
+    for (const QString& line : p.clientLines)
         read += line.size() + 2;
     for (const QByteArray& body : p.data)
         read += body.size() + 3;
